@@ -1,0 +1,16 @@
+// Every public class of the Velmora common library.
+#pragma once
+
+#include <velmora/Export.h>
+#include <velmora/files/DirectoryListing.h>
+#include <velmora/files/FileUtil.h>
+#include <velmora/platform/PlatformUtil.h>
+#include <velmora/text/CharReader.h>
+#include <velmora/text/CharWriter.h>
+#include <velmora/text/FileReader.h>
+#include <velmora/text/FileWriter.h>
+#include <velmora/text/MulticastWriter.h>
+#include <velmora/text/StringReader.h>
+#include <velmora/text/StringWriter.h>
+#include <velmora/vre/Vre.h>
+#include <velmora/vre/VreCore.h>

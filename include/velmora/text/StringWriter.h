@@ -1,0 +1,55 @@
+// A growable in-memory text, safe to write from several threads. The buffer always holds
+// a terminating zero after the text and grows by one increment per write call (as far as
+// needed for a write longer than that).
+//
+//   velmora::StringWriter out;
+//   out.writeString("port=");
+//   out.write('8');
+//   puts(out.getString());  // "port=8"
+#pragma once
+
+#include <cstdint>
+
+#include <velmora/platform/PlatformUtil.h>
+#include <velmora/text/CharWriter.h>
+
+namespace velmora {
+
+class VELMORA_API StringWriter : public CharWriter {
+public:
+    StringWriter();                        // increment and capacity 1024
+    explicit StringWriter(int increment);  // increment and initial capacity; <= 0 means 1024
+    explicit StringWriter(const char* s);  // as StringWriter(), then writeString(s)
+    ~StringWriter() override;
+
+    // Appends under the lock and returns `len`, also when closed (then nothing is written).
+    // A write that would pass 4 GiB writes nothing and returns 0.
+    int write(const char* buf, int len) override;
+    bool write(char c) override;
+    // Later writes are ignored; the text stays readable.
+    void close() override;
+    // Zeroes the text; takes no lock and leaves a closed writer closed.
+    virtual void clear();
+
+    // The text itself, zero-terminated, valid until the next write; takes no lock.
+    const char* getString() const { return buffer_; }
+    int getLength();
+    uint32_t getCapacity() const { return capacity_; }
+    // Hold the writer still while reading getString() as other threads write.
+    void lock();
+    void unlock();
+
+private:
+    StringWriter(const StringWriter&) = delete;
+    StringWriter& operator=(const StringWriter&) = delete;
+    void init(uint32_t increment);
+
+    char* buffer_ = nullptr;
+    uint32_t increment_ = 0;
+    uint32_t capacity_ = 0;
+    uint32_t length_ = 0;
+    PlatformMutex mutex_ = nullptr;
+    bool closed_ = false;
+};
+
+}  // namespace velmora

@@ -1,0 +1,50 @@
+// Internal: the file-system services that the file utilities and file streams need, one
+// implementation per operating system (posix/, win32/). Paths are narrow texts; both
+// "\" and "/" separate components on every system (the POSIX side turns "\" into "/").
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+namespace velmora {
+namespace fs {
+
+extern const char kSeparator;  // the separator the system prefers when joining paths
+
+bool exists(const char* path);  // anything at all is there (no wildcard expansion)
+bool isDirectory(const char* path);
+bool isRegular(const char* path);  // exists and is no device or virtual file
+bool makeDirectory(const char* path);
+int removeFile(const char* path);                       // 0 also when missing, -1 on failure
+int renameNoReplace(const char* from, const char* to);  // 0, or -1 when `to` exists or on failure
+
+FILE* openStream(const char* path, const char* mode);  // binary stdio stream, or null
+int openForReading(const char* path);                  // descriptor, or -1
+int readBytes(int fd, void* buf, int size);            // the read's result
+void closeDescriptor(int fd);
+
+struct EntryInfo {
+    std::string name;
+    bool directory = false;
+    int64_t size = 0;
+    int64_t modified = 0;  // seconds since 1970
+};
+
+// Walks one directory; "." and ".." are skipped.
+class DirectoryWalk {
+public:
+    explicit DirectoryWalk(const char* directory);
+    ~DirectoryWalk();
+    bool isOpen() const { return handle_ != nullptr; }
+    bool next(EntryInfo& entry);
+
+private:
+    DirectoryWalk(const DirectoryWalk&) = delete;
+    DirectoryWalk& operator=(const DirectoryWalk&) = delete;
+    void* handle_ = nullptr;
+    std::string directory_;
+};
+
+}  // namespace fs
+}  // namespace velmora

@@ -1,0 +1,133 @@
+#include "files/FileSystem.h"
+
+#include <fcntl.h>
+#include <io.h>
+#include <windows.h>
+
+#include <cstdio>
+
+namespace velmora {
+namespace fs {
+
+namespace {
+
+bool empty(const char* path) {
+    return path == nullptr || path[0] == '\0';
+}
+
+// FILETIME counts 100 ns steps since 1601; the entries count seconds since 1970.
+int64_t unixSeconds(const FILETIME& ft) {
+    ULARGE_INTEGER t;
+    t.LowPart = ft.dwLowDateTime;
+    t.HighPart = ft.dwHighDateTime;
+    return static_cast<int64_t>(t.QuadPart / 10000000ULL) - 11644473600LL;
+}
+
+struct FindState {
+    HANDLE find = INVALID_HANDLE_VALUE;
+    WIN32_FIND_DATAA data;
+    bool pending = false;  // `data` holds an entry not yet handed out
+};
+
+}  // namespace
+
+const char kSeparator = '\\';
+
+bool exists(const char* path) {
+    return !empty(path) && GetFileAttributesA(path) != INVALID_FILE_ATTRIBUTES;
+}
+
+bool isDirectory(const char* path) {
+    if (empty(path)) return false;
+    DWORD a = GetFileAttributesA(path);
+    return a != INVALID_FILE_ATTRIBUTES && (a & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+bool isRegular(const char* path) {
+    if (empty(path)) return false;
+    DWORD a = GetFileAttributesA(path);
+    return a != INVALID_FILE_ATTRIBUTES &&
+           (a & (FILE_ATTRIBUTE_DEVICE | FILE_ATTRIBUTE_VIRTUAL)) == 0;
+}
+
+bool makeDirectory(const char* path) {
+    return !empty(path) && CreateDirectoryA(path, nullptr) != 0;
+}
+
+int removeFile(const char* path) {
+    if (empty(path)) return -1;
+    DWORD a = GetFileAttributesA(path);
+    if (a == INVALID_FILE_ATTRIBUTES) {
+        DWORD e = GetLastError();
+        return (e == ERROR_FILE_NOT_FOUND || e == ERROR_PATH_NOT_FOUND) ? 0 : -1;
+    }
+    if ((a & FILE_ATTRIBUTE_READONLY) != 0) SetFileAttributesA(path, a & ~FILE_ATTRIBUTE_READONLY);
+    if (DeleteFileA(path)) return 0;
+    DWORD e = GetLastError();
+    return (e == ERROR_FILE_NOT_FOUND || e == ERROR_PATH_NOT_FOUND) ? 0 : -1;
+}
+
+int renameNoReplace(const char* from, const char* to) {
+    if (empty(from) || empty(to)) return -1;
+    return MoveFileA(from, to) ? 0 : -1;
+}
+
+FILE* openStream(const char* path, const char* mode) {
+    if (empty(path) || mode == nullptr) return nullptr;
+    return std::fopen(path, mode);
+}
+
+int openForReading(const char* path) {
+    if (empty(path)) return -1;
+    return _open(path, _O_RDONLY | _O_BINARY);
+}
+
+int readBytes(int fd, void* buf, int size) {
+    return _read(fd, buf, static_cast<unsigned>(size));
+}
+
+void closeDescriptor(int fd) {
+    _close(fd);
+}
+
+DirectoryWalk::DirectoryWalk(const char* directory) {
+    if (empty(directory)) return;
+    directory_ = directory;
+    std::string pattern = directory_;
+    if (pattern.back() != '\\' && pattern.back() != '/') pattern += '\\';
+    pattern += '*';
+    FindState* state = new FindState;
+    state->find = FindFirstFileA(pattern.c_str(), &state->data);
+    if (state->find == INVALID_HANDLE_VALUE) {
+        delete state;
+        return;
+    }
+    state->pending = true;
+    handle_ = state;
+}
+
+DirectoryWalk::~DirectoryWalk() {
+    FindState* state = static_cast<FindState*>(handle_);
+    if (state == nullptr) return;
+    FindClose(state->find);
+    delete state;
+}
+
+bool DirectoryWalk::next(EntryInfo& entry) {
+    FindState* state = static_cast<FindState*>(handle_);
+    if (state == nullptr) return false;
+    for (;;) {
+        if (!state->pending && !FindNextFileA(state->find, &state->data)) return false;
+        state->pending = false;
+        const WIN32_FIND_DATAA& d = state->data;
+        if (std::string(d.cFileName) == "." || std::string(d.cFileName) == "..") continue;
+        entry.name = d.cFileName;
+        entry.directory = (d.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+        entry.size = (static_cast<int64_t>(d.nFileSizeHigh) << 32) | d.nFileSizeLow;
+        entry.modified = unixSeconds(d.ftLastWriteTime);
+        return true;
+    }
+}
+
+}  // namespace fs
+}  // namespace velmora

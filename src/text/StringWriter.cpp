@@ -1,0 +1,108 @@
+#include <velmora/text/StringWriter.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+namespace velmora {
+
+namespace {
+
+const uint32_t kDefaultIncrement = 1024;
+
+}  // namespace
+
+StringWriter::StringWriter() {
+    init(kDefaultIncrement);
+}
+
+StringWriter::StringWriter(int increment) {
+    init(increment > 0 ? static_cast<uint32_t>(increment) : kDefaultIncrement);
+}
+
+StringWriter::StringWriter(const char* s) {
+    init(kDefaultIncrement);
+    writeString(s);
+}
+
+void StringWriter::init(uint32_t increment) {
+    increment_ = increment;
+    buffer_ = static_cast<char*>(std::calloc(increment, 1));
+    capacity_ = buffer_ != nullptr ? increment : 0;
+    PlatformUtil::createMutex(&mutex_);
+}
+
+StringWriter::~StringWriter() {
+    PlatformUtil::lockMutex(&mutex_);
+    closed_ = true;
+    std::free(buffer_);
+    buffer_ = nullptr;
+    PlatformUtil::destroyMutex(&mutex_);
+}
+
+int StringWriter::write(const char* buf, int len) {
+    if (buf == nullptr || len <= 0) return len;
+    PlatformUtil::lockMutex(&mutex_);
+    if (closed_) {
+        PlatformUtil::unlockMutex(&mutex_);
+        return len;
+    }
+    uint64_t needed = static_cast<uint64_t>(length_) + static_cast<uint32_t>(len);
+    if (needed >= capacity_) {
+        // One increment per call, and already when the text would exactly fill the buffer,
+        // so a zero always follows it; a longer write takes as many increments as it needs.
+        uint64_t grown = static_cast<uint64_t>(capacity_) + increment_;
+        if (needed >= grown) grown += ((needed - grown) / increment_ + 1) * increment_;
+        char* bigger = grown <= UINT32_MAX
+                           ? static_cast<char*>(std::realloc(buffer_, static_cast<size_t>(grown)))
+                           : nullptr;
+        if (bigger == nullptr) {
+            PlatformUtil::unlockMutex(&mutex_);
+            return 0;
+        }
+        std::memset(bigger + capacity_, 0, static_cast<size_t>(grown - capacity_));
+        buffer_ = bigger;
+        capacity_ = static_cast<uint32_t>(grown);
+    }
+    if (len == 1) {
+        buffer_[length_] = *buf;
+    } else {
+        std::memcpy(buffer_ + length_, buf, static_cast<size_t>(len));
+    }
+    length_ += static_cast<uint32_t>(len);
+    PlatformUtil::unlockMutex(&mutex_);
+    return len;
+}
+
+bool StringWriter::write(char c) {
+    return write(&c, 1) == 1;
+}
+
+void StringWriter::close() {
+    PlatformUtil::lockMutex(&mutex_);
+    closed_ = true;
+    PlatformUtil::unlockMutex(&mutex_);
+}
+
+void StringWriter::clear() {
+    // Kept without the lock: callers clear between uses, not while others write.
+    if (buffer_ != nullptr) std::memset(buffer_, 0, capacity_);
+    length_ = 0;
+}
+
+int StringWriter::getLength() {
+    PlatformUtil::lockMutex(&mutex_);
+    int n = static_cast<int>(length_);
+    PlatformUtil::unlockMutex(&mutex_);
+    return n;
+}
+
+void StringWriter::lock() {
+    PlatformUtil::lockMutex(&mutex_);
+}
+
+void StringWriter::unlock() {
+    PlatformUtil::unlockMutex(&mutex_);
+}
+
+}  // namespace velmora
