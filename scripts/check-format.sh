@@ -3,7 +3,8 @@
 # (no trailing blanks, no tabs in code, a final newline). With --fix, reformats instead.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-mapfile -t files < <(git ls-files '*.cpp' '*.h' '*.cc' '*.hpp')
+mapfile -t files < <(git ls-files --cached --others --exclude-standard '*.cpp' '*.h' '*.cc' '*.hpp' |
+    while IFS= read -r f; do [ -f "$f" ] && echo "$f"; done)
 if [ "${1:-}" = "--fix" ]; then
     clang-format -i "${files[@]}"
     exit 0
@@ -17,5 +18,5 @@ while IFS= read -r f; do
     case "$f" in *.cpp|*.h|*.cmake|CMakeLists.txt|*.sh)
         if grep -nP '\t' "$f" >/dev/null; then echo "$f: tab"; bad=1; fi ;;
     esac
-done < <(git ls-files | grep -vE '(^|/)corpus/|\.(png|bin|dat)$')
+done < <(git ls-files --cached --others --exclude-standard | grep -vE '(^|/)corpus/|\.(png|bin|dat)$')
 exit $bad

@@ -15,7 +15,9 @@ namespace velmora {
 namespace {
 
 // A recursive pthread mutex that also knows its owner and depth, so that a holder can
-// destroy it (the stores and writers destroy their mutex while holding it).
+// destroy it (the stores and writers destroy their mutex while holding it). It is robust:
+// when its owner ends while holding it, the next locker learns so (EOWNERDEAD), as a
+// Windows mutex reports itself abandoned.
 struct RecursiveMutex {
     pthread_mutex_t mutex;
     std::atomic<pthread_t> owner{};
@@ -31,7 +33,12 @@ bool heldByCaller(RecursiveMutex* m) {
     return m->owned.load() && pthread_equal(m->owner.load(), pthread_self());
 }
 
-void acquired(RecursiveMutex* m) {
+void acquired(RecursiveMutex* m, int result) {
+    if (result == EOWNERDEAD) {
+        // The ended owner's claim is void: the mutex is usable again, held once by us.
+        pthread_mutex_consistent(&m->mutex);
+        m->depth = 0;
+    }
     if (m->depth++ == 0) {
         m->owner.store(pthread_self());
         m->owned.store(true);
@@ -59,6 +66,7 @@ void PlatformUtil::createMutex(PlatformMutex* mutex) {
         pthread_mutexattr_t attr;
         pthread_mutexattr_init(&attr);
         pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_RECURSIVE);
+        pthread_mutexattr_setrobust(&attr, PTHREAD_MUTEX_ROBUST);
         pthread_mutex_init(&m->mutex, &attr);
         pthread_mutexattr_destroy(&attr);
     }
@@ -80,14 +88,23 @@ void PlatformUtil::destroyMutex(PlatformMutex* mutex) {
 void PlatformUtil::lockMutex(PlatformMutex* mutex) {
     RecursiveMutex* m = get(mutex);
     if (m == nullptr) return;
-    pthread_mutex_lock(&m->mutex);
-    acquired(m);
+    int result = pthread_mutex_lock(&m->mutex);
+    if (result == 0 || result == EOWNERDEAD) acquired(m, result);
 }
 
 int PlatformUtil::trylockMutex(PlatformMutex* mutex) {
     RecursiveMutex* m = get(mutex);
-    if (m == nullptr || pthread_mutex_trylock(&m->mutex) != 0) return -1;
-    acquired(m);
+    if (m == nullptr) return -1;
+    int result = pthread_mutex_trylock(&m->mutex);
+    if (result == EOWNERDEAD) {
+        // Abandoned by a thread that ended while holding it: not a plain acquisition, so
+        // the caller gets -1 and the ownership it was handed goes back.
+        acquired(m, result);
+        unlockMutex(mutex);
+        return -1;
+    }
+    if (result != 0) return -1;
+    acquired(m, result);
     return 0;
 }
 
