@@ -4,6 +4,7 @@
 #include <velmora/Export.h>
 #include <velmora/files/DirectoryListing.h>
 #include <velmora/files/FileUtil.h>
+#include <velmora/http/Http.h>
 #include <velmora/platform/PlatformUtil.h>
 #include <velmora/text/CharReader.h>
 #include <velmora/text/CharWriter.h>
