@@ -1,10 +1,12 @@
-// The static part of the HTTP layer: reason phrases, the date form of header fields, URI
-// decoding, the first path segment of a request and hexadecimal digits. HttpMessage derives from
-// it, so requests and responses reach these directly.
+// The static part of the HTTP layer: reason phrases, the date form of header fields,
+// URI decoding, the first path segment of a request and hexadecimal digits. HttpMessage
+// derives from it, so requests and responses reach these directly.
 //
 //   char date[32];
-//   velmora::Http::formatTime(&utc, nullptr, date, sizeof date);  // "Sun, 06 Nov 1994 08:49:37
-//   GMT" char path[256]; velmora::Http::decodeUri("/a+b%41", path, sizeof path);        // "/a bA"
+//   velmora::Http::formatTime(&utc, nullptr, date, sizeof date);
+//   // date: "Sun, 06 Nov 1994 08:49:37 GMT"
+//   char path[256];
+//   velmora::Http::decodeUri("/a+b%41", path, sizeof path);  // "/a bA"
 #pragma once
 
 #include <ctime>
