@@ -13,12 +13,25 @@ endfunction()
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
 
 # find_package
-run(${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${WORK_DIR}/cmake-build -G ${GENERATOR}
-    -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX})
-run(${CMAKE_COMMAND} --build ${WORK_DIR}/cmake-build)
-run(${WORK_DIR}/cmake-build/consumer)
+if(TOOLCHAIN)
+    run(${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${WORK_DIR}/cmake-build -G ${GENERATOR}
+        -DVelmoraCommon_DIR=${prefix}/lib/cmake/VelmoraCommon -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN}
+        -DCMAKE_EXE_LINKER_FLAGS=-static)
+    run(${CMAKE_COMMAND} --build ${WORK_DIR}/cmake-build)
+    file(GLOB dlls ${prefix}/bin/*.dll)
+    file(COPY ${dlls} DESTINATION ${WORK_DIR}/cmake-build)
+    run(${EMULATOR} ${WORK_DIR}/cmake-build/consumer.exe)
+else()
+    run(${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${WORK_DIR}/cmake-build -G ${GENERATOR}
+        -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX})
+    run(${CMAKE_COMMAND} --build ${WORK_DIR}/cmake-build)
+    run(${WORK_DIR}/cmake-build/consumer)
+endif()
 if(NOT last_output MATCHES "consumer ok")
     message(FATAL_ERROR "consumer printed: ${last_output}")
+endif()
+if(TOOLCHAIN)
+    return()
 endif()
 
 # pkg-config, with the installed tree moved elsewhere: the .pc file must be relocatable.
