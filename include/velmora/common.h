@@ -7,6 +7,7 @@
 #include <velmora/http/Http.h>
 #include <velmora/platform/PlatformUtil.h>
 #include <velmora/text/CharReader.h>
+#include <velmora/text/CharUtil.h>
 #include <velmora/text/CharWriter.h>
 #include <velmora/text/FileReader.h>
 #include <velmora/text/FileWriter.h>

@@ -6,6 +6,9 @@
 #include <string>
 #include <system_error>
 
+#include "vre/HostName.h"
+#include "vre/Md5.h"
+
 namespace velmora {
 
 namespace {
@@ -38,6 +41,31 @@ const char* VreCore::getKovaHome() {
         }
     }
     return home_ != nullptr ? home_ : ".";
+}
+
+bool VreCore::digestMD5(const unsigned char* data, int length, unsigned char digest[16]) {
+    if (length < 0 || digest == nullptr || (data == nullptr && length > 0)) return false;
+    vre::md5(data, static_cast<size_t>(length), digest);
+    return true;
+}
+
+namespace {
+
+int hostName(bool ipv6, char* name, int size) {
+    if (name == nullptr || size <= 0) return -1;
+    if (vre::queryHostName(ipv6, name, size) == 0) return 0;
+    name[0] = '\0';
+    return -1;
+}
+
+}  // namespace
+
+int VreCore::getHostNameIpv4(char* name, int size) {
+    return hostName(false, name, size);
+}
+
+int VreCore::getHostNameIpv6(char* name, int size) {
+    return hostName(true, name, size);
 }
 
 VreCore* Vre::getInstance() {

@@ -19,6 +19,18 @@ public:
     // belongs to the core and stays valid for its lifetime.
     virtual const char* getKovaHome();
 
+    // The MD5 digest (RFC 1321) of `length` bytes at `data` into the 16 bytes at `digest`.
+    // Returns false, with `digest` unchanged, when `length` is negative, `data` is null with
+    // a positive length, or a core cannot compute it.
+    virtual bool digestMD5(const unsigned char* data, int length, unsigned char digest[16]);
+
+    // This host's name for IPv4 or IPv6 use, written zero-terminated into `name` of `size`
+    // bytes (the library passes 128). The default core answers the system's host name when
+    // it resolves to an address of that family. Returns 0, or -1 when there is no such name
+    // or it does not fit; on -1 `name` holds an empty text when `size` allows.
+    virtual int getHostNameIpv4(char* name, int size);
+    virtual int getHostNameIpv6(char* name, int size);
+
 private:
     VreCore(const VreCore&) = delete;
     VreCore& operator=(const VreCore&) = delete;
