@@ -1,8 +1,10 @@
 #include "vre/HostName.h"
 
-#include <windows.h>
+// Windows Sockets first: windows.h would otherwise bring in the old socket declarations.
 #include <winsock2.h>
 #include <ws2tcpip.h>
+// (separate block, so that sorting keeps the order)
+#include <windows.h>
 
 #include <cstring>
 
