@@ -12,7 +12,9 @@
 #include <velmora/text/FileReader.h>
 #include <velmora/text/FileWriter.h>
 #include <velmora/text/MulticastWriter.h>
+#include <velmora/text/StringBuffer.h>
 #include <velmora/text/StringReader.h>
 #include <velmora/text/StringWriter.h>
+#include <velmora/text/UnicodeText.h>
 #include <velmora/vre/Vre.h>
 #include <velmora/vre/VreCore.h>
