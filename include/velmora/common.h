@@ -2,6 +2,10 @@
 #pragma once
 
 #include <velmora/Export.h>
+#include <velmora/collections/KeyedList.h>
+#include <velmora/collections/ListMap.h>
+#include <velmora/collections/Map.h>
+#include <velmora/collections/NullMapStore.h>
 #include <velmora/files/DirectoryListing.h>
 #include <velmora/files/FileUtil.h>
 #include <velmora/http/Http.h>
