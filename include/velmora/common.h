@@ -5,7 +5,9 @@
 #include <velmora/collections/KeyedList.h>
 #include <velmora/collections/ListMap.h>
 #include <velmora/collections/Map.h>
+#include <velmora/collections/MultiKeyPropertiesFile.h>
 #include <velmora/collections/NullMapStore.h>
+#include <velmora/collections/PropertiesFile.h>
 #include <velmora/files/DirectoryListing.h>
 #include <velmora/files/FileUtil.h>
 #include <velmora/http/Http.h>

@@ -254,6 +254,13 @@ void KeyedList::clear() {
     // kept: count_ and tail_ stay, as with ListMap::clear(); add() tests head_ first.
 }
 
+void KeyedList::reset() {
+    ListLock hold(this);
+    freeAll(head_);
+    head_ = tail_ = nullptr;
+    count_ = 0;
+}
+
 KeyedList* KeyedList::duplicateDeep() {
     ListLock hold(this);
     KeyedList* copy = new KeyedList();

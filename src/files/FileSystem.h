@@ -19,6 +19,20 @@ bool makeDirectory(const char* path);
 int removeFile(const char* path);                       // 0 also when missing, -1 on failure
 int renameNoReplace(const char* from, const char* to);  // 0, or -1 when `to` exists or on failure
 
+// The modification time in the system's finest unit (nanoseconds since 1970 here, 100 ns
+// steps on Windows): only compared with earlier readings of the same file. False when
+// the file cannot be examined.
+bool modificationTime(const char* path, int64_t* time);
+// True when the file exists and cannot be written (Windows: the read-only attribute;
+// elsewhere: no write permission bit for the owner).
+bool isReadOnly(const char* path);
+// Clears the read-only state; true when the file is writable afterwards.
+bool makeWritable(const char* path);
+// Writes all `len` bytes to a new file beside `path`, then puts it in place of `path`
+// in one step, so that readers see the old text or the new one and a failed write
+// (full disk, short write) leaves the old file untouched. False on any failure.
+bool writeThenReplace(const char* path, const char* data, size_t len);
+
 FILE* openStream(const char* path, const char* mode);  // binary stdio stream, or null
 int openForReading(const char* path);                  // descriptor, or -1
 int readBytes(int fd, void* buf, int size);            // the read's result

@@ -90,7 +90,7 @@ uint32_t hammer(void* arg) {
         std::snprintf(key, sizeof key, "k%d", (i * 7 + s->id) % 50);
         s->map->setInt(key, i);
         s->map->get(key, buf, sizeof buf, "");
-        if (s->map->getInt(key, -1) < 0) return 1;
+        if (s->map->getInt(key, 0) < 0) return 1;
         if (i % 100 == 0) s->map->remove(key);
         s->list->addInt(key, i);
         s->list->get(key, buf, sizeof buf, "");

@@ -71,6 +71,9 @@ public:
     bool isModified() const { return modified_; }
 
 protected:
+    // Frees every entry and starts the count again from zero (a fresh load).
+    void reset();
+    ListTuple* first() const { return head_; }
     bool modified_ = false;  // set by add and set; cleared only by derived classes
 
 private:

@@ -53,6 +53,8 @@ public:
     bool getBooleanValue(bool def) override;
     int64_t getLongValue(int64_t def) override;
     void deleteCurrent() override;
+    // The entry the iterator stands on, or null.
+    MapTuple* getTuple() { return current_; }
 
 private:
     ListTuple* current_ = nullptr;

@@ -70,6 +70,49 @@ int renameNoReplace(const char* from, const char* to) {
     return 0;
 }
 
+bool modificationTime(const char* path, int64_t* time) {
+    struct stat st;
+    if (!statPath(path, &st)) return false;
+    *time = static_cast<int64_t>(st.st_mtim.tv_sec) * 1000000000LL + st.st_mtim.tv_nsec;
+    return true;
+}
+
+bool isReadOnly(const char* path) {
+    struct stat st;
+    return statPath(path, &st) && (st.st_mode & S_IWUSR) == 0;
+}
+
+bool makeWritable(const char* path) {
+    struct stat st;
+    if (!statPath(path, &st)) return false;
+    if ((st.st_mode & S_IWUSR) != 0) return true;
+    return ::chmod(native(path).c_str(), (st.st_mode & 07777) | S_IWUSR) == 0;
+}
+
+bool writeThenReplace(const char* path, const char* data, size_t len) {
+    if (path == nullptr || path[0] == '\0') return false;
+    std::string target = native(path);
+    std::string temp = target + ".saving";
+    int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (fd < 0) return false;
+    // The new file takes the old one's permissions, so that replacing it changes nothing
+    // but the text.
+    struct stat st;
+    if (::stat(target.c_str(), &st) == 0) ::fchmod(fd, (st.st_mode & 07777) | S_IWUSR);
+    size_t done = 0;
+    while (done < len) {
+        ssize_t n = ::write(fd, data + done, len - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        done += static_cast<size_t>(n);
+    }
+    bool ok = done == len && ::fsync(fd) == 0;
+    ok = ::close(fd) == 0 && ok;
+    if (ok && ::rename(temp.c_str(), target.c_str()) == 0) return true;
+    ::unlink(temp.c_str());
+    return false;
+}
+
 FILE* openStream(const char* path, const char* mode) {
     if (path == nullptr || path[0] == '\0' || mode == nullptr) return nullptr;
     return std::fopen(native(path).c_str(), mode);

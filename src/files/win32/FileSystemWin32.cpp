@@ -72,6 +72,51 @@ int renameNoReplace(const char* from, const char* to) {
     return MoveFileA(from, to) ? 0 : -1;
 }
 
+bool modificationTime(const char* path, int64_t* time) {
+    WIN32_FILE_ATTRIBUTE_DATA data;
+    if (empty(path) || !GetFileAttributesExA(path, GetFileExInfoStandard, &data)) return false;
+    ULARGE_INTEGER t;
+    t.LowPart = data.ftLastWriteTime.dwLowDateTime;
+    t.HighPart = data.ftLastWriteTime.dwHighDateTime;
+    *time = static_cast<int64_t>(t.QuadPart);
+    return true;
+}
+
+bool isReadOnly(const char* path) {
+    if (empty(path)) return false;
+    DWORD a = GetFileAttributesA(path);
+    return a != INVALID_FILE_ATTRIBUTES && (a & FILE_ATTRIBUTE_READONLY) != 0;
+}
+
+bool makeWritable(const char* path) {
+    if (empty(path)) return false;
+    DWORD a = GetFileAttributesA(path);
+    if (a == INVALID_FILE_ATTRIBUTES) return false;
+    if ((a & FILE_ATTRIBUTE_READONLY) == 0) return true;
+    return SetFileAttributesA(path, a & ~FILE_ATTRIBUTE_READONLY) != 0;
+}
+
+bool writeThenReplace(const char* path, const char* data, size_t len) {
+    if (empty(path)) return false;
+    std::string temp = std::string(path) + ".saving";
+    HANDLE h = CreateFileA(temp.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                           FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (h == INVALID_HANDLE_VALUE) return false;
+    size_t done = 0;
+    while (done < len) {
+        DWORD chunk = static_cast<DWORD>(len - done > 0x40000000 ? 0x40000000 : len - done);
+        DWORD written = 0;
+        if (!WriteFile(h, data + done, chunk, &written, nullptr) || written == 0) break;
+        done += written;
+    }
+    bool ok = done == len && FlushFileBuffers(h);
+    ok = CloseHandle(h) && ok;
+    if (ok && MoveFileExA(temp.c_str(), path, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+        return true;
+    DeleteFileA(temp.c_str());
+    return false;
+}
+
 FILE* openStream(const char* path, const char* mode) {
     if (empty(path) || mode == nullptr) return nullptr;
     return std::fopen(path, mode);

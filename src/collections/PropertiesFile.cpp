@@ -1,0 +1,180 @@
+#include <velmora/collections/ListMap.h>
+#include <velmora/collections/PropertiesFile.h>
+#include <velmora/files/FileUtil.h>
+#include <velmora/text/StringWriter.h>
+
+#include <string>
+
+#include "collections/KeyText.h"
+#include "collections/PropertyLines.h"
+#include "collections/Protection.h"
+#include "files/FileSystem.h"
+
+namespace velmora {
+
+namespace {
+
+const char kPassword[] = "password";
+const char kProtectedPassword[] = "_password";
+
+void writeLine(StringWriter& out, const char* key, const char* value) {
+    out.writeString(key);
+    out.write('=');  // always "=", whatever the file's separator
+    out.writeString(value);
+    out.write('\n');
+}
+
+// The password goes under "_password" when the system protects it, else in clear.
+void writePassword(StringWriter& out, const char* value) {
+    std::string text;
+    if (protection::protect(value, &text)) {
+        writeLine(out, kProtectedPassword, text.c_str());
+    } else {
+        writeLine(out, kPassword, value);
+    }
+}
+
+void writeBlanks(StringWriter& out, int n) {
+    for (; n > 0; --n)
+        out.write('\n');
+}
+
+bool isPasswordKey(const char* key) {
+    return keytext::equal(key, kPassword) || keytext::equal(key, kProtectedPassword);
+}
+
+// Writes one map entry, taking it out of `pending`.
+void writePending(StringWriter& out, ListMap& pending, const char* key, const char* lookup) {
+    char* value = nullptr;
+    pending.get(lookup, &value, nullptr);
+    if (keytext::equal(lookup, kPassword)) {
+        writePassword(out, value);
+    } else {
+        writeLine(out, key, value);
+    }
+    Map::freeValue(value);
+    pending.remove(lookup);
+}
+
+class StoreLock {
+public:
+    explicit StoreLock(MapStore* store) : store_(store) { store_->lock(); }
+    ~StoreLock() { store_->unlock(); }
+
+private:
+    MapStore* store_;
+};
+
+}  // namespace
+
+PropertiesFile::PropertiesFile(const char* path) : PropertiesFile(path, '=') {}
+
+PropertiesFile::PropertiesFile(const char* path, char separator)
+    : path_(keytext::copy(path != nullptr ? path : "")), separator_(separator) {
+    PlatformUtil::createMutex(&mutex_);
+}
+
+PropertiesFile::~PropertiesFile() {
+    PlatformUtil::lockMutex(&mutex_);
+    PlatformUtil::destroyMutex(&mutex_);
+    delete[] path_;
+}
+
+void PropertiesFile::lock() {
+    PlatformUtil::lockMutex(&mutex_);
+}
+
+void PropertiesFile::unlock() {
+    PlatformUtil::unlockMutex(&mutex_);
+}
+
+bool PropertiesFile::load() {
+    Map* map = getMap();
+    if (map == nullptr) return false;
+    // Taken before reading: a change made while the file is read shows as a later time
+    // and is loaded next time.
+    int64_t time = 0;
+    bool timeKnown = fs::modificationTime(path_, &time);
+    if (timeKnown && time <= lastModified_) return true;
+    StoreLock hold(this);
+    std::string text;
+    if (!props::readFile(path_, &text)) return false;
+    map->clear();
+    props::LineReader reader(text, separator_, false);
+    props::Line line;
+    while (reader.next(line)) {
+        if (line.kind != props::Line::Entry) continue;
+        if (keytext::equal(line.key.c_str(), kProtectedPassword)) {
+            std::string clear;
+            // A value this system cannot recover is left in the file and out of the map.
+            if (protection::unprotect(line.value.c_str(), &clear))
+                map->set(kPassword, clear.c_str());
+            continue;
+        }
+        map->set(line.key.c_str(), line.value.c_str());
+    }
+    if (timeKnown) lastModified_ = time;
+    modified_ = false;
+    return true;
+}
+
+bool PropertiesFile::save() {
+    return write(false);
+}
+
+bool PropertiesFile::merge() {
+    return write(true);
+}
+
+bool PropertiesFile::write(bool keepDropped) {
+    StoreLock hold(this);
+    Map* map = getMap();
+    if (map == nullptr) return true;
+    StringWriter out(2048);
+    ListMap pending;
+    pending.copyAll(map);
+    std::string text;
+    if (props::readFile(path_, &text)) {
+        props::LineReader reader(text, separator_, true);
+        props::Line line;
+        while (reader.next(line)) {
+            writeBlanks(out, line.blanksBefore);
+            if (line.kind == props::Line::Comment) {
+                out.write(line.raw, static_cast<int>(line.rawLength));
+                out.write('\n');
+            } else if (line.kind == props::Line::Entry) {
+                const char* key = line.key.c_str();
+                const char* lookup = isPasswordKey(key) ? kPassword : key;
+                if (pending.containsKey(lookup)) {
+                    writePending(out, pending, key, lookup);
+                } else if (keepDropped && !(isPasswordKey(key) && map->containsKey(kPassword))) {
+                    writeLine(out, key, line.value.c_str());
+                }
+            }
+        }
+    }
+    // Keys that the file did not have yet, in map order.
+    ListMapIterator it(&pending);
+    while (it.hasNext()) {
+        it.moveNext();
+        MapTuple* t = it.getTuple();
+        if (keytext::equal(t->getKey(), kPassword)) {
+            writePassword(out, t->getValue());
+        } else {
+            writeLine(out, t->getKey(), t->getValue());
+        }
+    }
+    if (fs::exists(path_) && fs::isReadOnly(path_) && !fs::makeWritable(path_)) return false;
+    FileUtil::verifyPath(path_);
+    if (!fs::writeThenReplace(path_, out.getString(), static_cast<size_t>(out.getLength())))
+        return false;
+    // lastModified_ stays: the next load() reads the file back as written.
+    modified_ = false;
+    return true;
+}
+
+Map* PropertiesFile::makeMap(const char* path, char separator) {
+    return new ListMap(new PropertiesFile(path, separator));
+}
+
+}  // namespace velmora
