@@ -1,7 +1,8 @@
 #include <velmora/text/CharUtil.h>
 
-#include <wincrypt.h>
 #include <windows.h>
+// After windows.h, which it builds on.
+#include <wincrypt.h>
 
 #include <cstring>
 #include <vector>
