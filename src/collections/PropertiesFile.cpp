@@ -24,13 +24,14 @@ void writeLine(StringWriter& out, const char* key, const char* value) {
     out.write('\n');
 }
 
-// The password goes under "_password" when the system protects it, else in clear.
-void writePassword(StringWriter& out, const char* value) {
+// The password goes under "_password" when the system protects it, else in clear under
+// the key's spelling in the map.
+void writePassword(StringWriter& out, const char* key, const char* value) {
     std::string text;
     if (protection::protect(value, &text)) {
         writeLine(out, kProtectedPassword, text.c_str());
     } else {
-        writeLine(out, kPassword, value);
+        writeLine(out, key, value);
     }
 }
 
@@ -43,12 +44,27 @@ bool isPasswordKey(const char* key) {
     return keytext::equal(key, kPassword) || keytext::equal(key, kProtectedPassword);
 }
 
+// Where the map's password goes in the file: at the first line that a load takes it from,
+// a clear "password" line or a "_password" line this system can read. That keeps the
+// order of a saved and reloaded map as it was.
+bool isPasswordPlace(const props::Line& line) {
+    if (keytext::equal(line.key.c_str(), kPassword)) return true;
+    std::string clear;
+    return keytext::equal(line.key.c_str(), kProtectedPassword) &&
+           protection::unprotect(line.value.c_str(), &clear);
+}
+
 // Writes one map entry, taking it out of `pending`.
 void writePending(StringWriter& out, ListMap& pending, const char* key, const char* lookup) {
     char* value = nullptr;
     pending.get(lookup, &value, nullptr);
     if (keytext::equal(lookup, kPassword)) {
-        writePassword(out, value);
+        ListMapIterator it(&pending);
+        while (it.hasNext()) {
+            it.moveNext();
+            if (keytext::equal(it.getTuple()->getKey(), kPassword)) break;
+        }
+        writePassword(out, it.getTuple()->getKey(), value);
     } else {
         writeLine(out, key, value);
     }
@@ -144,10 +160,16 @@ bool PropertiesFile::write(bool keepDropped) {
                 out.write('\n');
             } else if (line.kind == props::Line::Entry) {
                 const char* key = line.key.c_str();
-                const char* lookup = isPasswordKey(key) ? kPassword : key;
-                if (pending.containsKey(lookup)) {
-                    writePending(out, pending, key, lookup);
-                } else if (keepDropped && !(isPasswordKey(key) && map->containsKey(kPassword))) {
+                if (isPasswordKey(key)) {
+                    if (isPasswordPlace(line) && pending.containsKey(kPassword)) {
+                        writePending(out, pending, key, kPassword);
+                        continue;
+                    }
+                } else if (pending.containsKey(key)) {
+                    writePending(out, pending, key, key);
+                    continue;
+                }
+                if (keepDropped && !(isPasswordKey(key) && map->containsKey(kPassword))) {
                     writeLine(out, key, line.value.c_str());
                 }
             }
@@ -159,7 +181,7 @@ bool PropertiesFile::write(bool keepDropped) {
         it.moveNext();
         MapTuple* t = it.getTuple();
         if (keytext::equal(t->getKey(), kPassword)) {
-            writePassword(out, t->getValue());
+            writePassword(out, t->getKey(), t->getValue());
         } else {
             writeLine(out, t->getKey(), t->getValue());
         }
