@@ -5,6 +5,8 @@
 #include <cstring>
 #include <string>
 
+#include "support/TempDir.h"
+
 using velmora::Http;
 
 TEST(Http, ReasonPhrasesComeFromTheFixedTableOnly) {
@@ -85,4 +87,27 @@ TEST(Http, ServletNameIsTheFirstPathSegment) {
     EXPECT_STREQ(Http::getServletName("status", out, sizeof out), "") << "not a path";
     EXPECT_STREQ(Http::getServletName("/configuration", out, sizeof out), "configu");
     EXPECT_STREQ(Http::getServletName(nullptr, out, sizeof out), "");
+}
+
+// Extensions match without regard to case; anything unknown gets the default type.
+TEST(Http, MimeTypesComeFromAPropertiesFileWithADefault) {
+    velmora::test::TempDir tmp;
+    ASSERT_TRUE(velmora::test::writeFile(tmp.file("mime.properties"),
+                                         "# types\nhtml=text/html\nXML=text/xml\n"));
+    char out[64];
+    EXPECT_STREQ(Http::getMimeType("index.html", out, sizeof out), "application/octet-stream")
+        << "no table yet";
+    EXPECT_FALSE(Http::loadMimeTable(tmp.file("missing.properties").c_str()));
+    ASSERT_TRUE(Http::loadMimeTable(tmp.file("mime.properties").c_str()));
+    EXPECT_STREQ(Http::getMimeType("/docs/INDEX.HTML", out, sizeof out), "text/html");
+    EXPECT_STREQ(Http::getMimeType("a.b/status.xml", out, sizeof out), "text/xml");
+    EXPECT_STREQ(Http::getMimeType("archive.tar.gz", out, sizeof out), "application/octet-stream");
+    EXPECT_STREQ(Http::getMimeType("README", out, sizeof out), "application/octet-stream");
+    Http::addMimeType("css", "text/css");
+    EXPECT_STREQ(Http::getMimeType("site.CSS", out, 5), "text") << "cut to the buffer";
+    Http::setDefaultMimeType("text/plain");
+    EXPECT_STREQ(Http::getMimeType("notes", out, sizeof out), "text/plain");
+    Http::unload();
+    EXPECT_STREQ(Http::getDefaultMimeType(), "application/octet-stream");
+    EXPECT_STREQ(Http::getMimeType("index.html", out, sizeof out), "application/octet-stream");
 }

@@ -1,6 +1,6 @@
 // The static part of the HTTP layer: reason phrases, the date form of header fields,
-// URI decoding, the first path segment of a request and hexadecimal digits. HttpMessage
-// derives from it, so requests and responses reach these directly.
+// URI decoding, the first path segment of a request, hexadecimal digits and the table of
+// MIME types. HttpMessage derives from it, so requests and responses reach these directly.
 //
 //   char date[32];
 //   velmora::Http::formatTime(&utc, nullptr, date, sizeof date);
@@ -14,6 +14,8 @@
 #include <velmora/Export.h>
 
 namespace velmora {
+
+class Map;
 
 class VELMORA_API Http {
 public:
@@ -40,6 +42,21 @@ public:
     // The first segment of a path that starts with '/' ("/status/x" gives "status"), cut
     // to size - 1 characters; empty otherwise. `out` is zero-filled first. Returns out.
     static char* getServletName(const char* path, char* out, int size);
+    // MIME types by file extension. loadMimeTable reads a properties file of lines
+    // "extension=type" (for example "html=text/html"); false when it cannot be read. The
+    // table replaces the current one. setMimeTable takes ownership of the map.
+    static bool loadMimeTable(const char* file);
+    static void setMimeTable(Map* table);
+    static void addMimeType(const char* extension, const char* type);
+    // The type for the extension of `name` (the text after its last '.', matched without
+    // regard to case), else the default type; copied into out, cut to size - 1 characters.
+    // Returns out.
+    static char* getMimeType(const char* name, char* out, int size);
+    static void setDefaultMimeType(const char* type);
+    // "application/octet-stream" unless set otherwise.
+    static const char* getDefaultMimeType();
+    // Frees the MIME table and the default type.
+    static void unload();
 };
 
 }  // namespace velmora
