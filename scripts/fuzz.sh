@@ -23,7 +23,13 @@ for target in "${targets[@]}"; do
     seeds="fuzz/$area/corpus/${name#fuzz_}"
     [ -d "$seeds" ] || seeds=""
     echo "--- $name"
-    ASAN_OPTIONS=detect_leaks=1 "$target" -max_total_time="$seconds" -print_final_stats=0 \
-        -timeout=10 -rss_limit_mb=2048 "$work" $seeds 2>&1 | tail -n 3
-    [ "${PIPESTATUS[0]}" -eq 0 ] || { echo "$name failed"; exit 1; }
+    log="build/fuzz/$name.log"
+    if ! ASAN_OPTIONS=detect_leaks=1 "$target" -max_total_time="$seconds" -print_final_stats=0 \
+        -timeout=10 -rss_limit_mb=2048 -artifact_prefix="build/fuzz/$name-" "$work" $seeds \
+        >"$log" 2>&1; then
+        tail -n 40 "$log"
+        echo "$name failed; the input is in build/fuzz/$name-*"
+        exit 1
+    fi
+    grep -E '^Done' "$log" || tail -n 1 "$log"
 done
