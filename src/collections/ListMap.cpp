@@ -1,20 +1,13 @@
 #include <velmora/collections/ListMap.h>
 #include <velmora/collections/NullMapStore.h>
 
-#include <unordered_map>
+#include <vector>
 
 #include "collections/KeyText.h"
 
 namespace velmora {
 
 namespace {
-
-struct FoldHash {
-    size_t operator()(const char* s) const { return keytext::hash(s); }
-};
-struct FoldEqual {
-    bool operator()(const char* a, const char* b) const { return keytext::equal(a, b); }
-};
 
 // Holds the lock of a map for one scope.
 class MapLock {
@@ -28,13 +21,87 @@ private:
 
 }  // namespace
 
-// The index beside the list: folded key -> the first tuple in list order with that key.
-// Its keys point into the tuples, which keep their key text for their whole life.
+// The index beside the list: open addressing with linear probing over (hash, tuple)
+// slots, at most half full. The stored hash lets a probe pass other keys without reading
+// their text; removal shifts later slots back, so no tombstones build up.
 struct ListMap::Index {
-    std::unordered_map<const char*, ListTuple*, FoldHash, FoldEqual> first;
+    struct Slot {
+        size_t hash;
+        ListTuple* tuple;  // null: empty slot
+    };
+    std::vector<Slot> slots;
+    size_t used = 0;
     // newCopy() may append a key that is already there; only then must a removal look
     // for a later tuple with the same key.
     bool duplicates = false;
+
+    ListTuple* find(const char* key) const {
+        if (used == 0) return nullptr;
+        const size_t h = keytext::hash(key);
+        const size_t mask = slots.size() - 1;
+        for (size_t i = h & mask; slots[i].tuple != nullptr; i = (i + 1) & mask) {
+            if (slots[i].hash == h && keytext::equal(slots[i].tuple->getKey(), key))
+                return slots[i].tuple;
+        }
+        return nullptr;
+    }
+
+    // Indexes the tuple unless its key is there already (then false).
+    bool insert(ListTuple* t) {
+        if ((used + 1) * 2 > slots.size()) grow();
+        const size_t h = keytext::hash(t->getKey());
+        const size_t mask = slots.size() - 1;
+        size_t i = h & mask;
+        for (; slots[i].tuple != nullptr; i = (i + 1) & mask) {
+            if (slots[i].hash == h && keytext::equal(slots[i].tuple->getKey(), t->getKey()))
+                return false;
+        }
+        slots[i] = Slot{h, t};
+        ++used;
+        return true;
+    }
+
+    // Takes the tuple out when it is the one indexed for its key.
+    bool erase(ListTuple* t) {
+        if (used == 0) return false;
+        const size_t mask = slots.size() - 1;
+        size_t i = keytext::hash(t->getKey()) & mask;
+        while (slots[i].tuple != t) {
+            if (slots[i].tuple == nullptr) return false;
+            i = (i + 1) & mask;
+        }
+        // Backward shift: move up every later slot of the run that may sit at `i`.
+        for (size_t j = (i + 1) & mask; slots[j].tuple != nullptr; j = (j + 1) & mask) {
+            size_t home = slots[j].hash & mask;
+            bool between = i <= j ? (i < home && home <= j) : (i < home || home <= j);
+            if (between) continue;
+            slots[i] = slots[j];
+            i = j;
+        }
+        slots[i] = Slot{0, nullptr};
+        --used;
+        return true;
+    }
+
+    void clear() {
+        slots.clear();
+        used = 0;
+        duplicates = false;
+    }
+
+    void grow() {
+        std::vector<Slot> old;
+        old.swap(slots);
+        slots.assign(old.empty() ? 16 : old.size() * 2, Slot{0, nullptr});
+        const size_t mask = slots.size() - 1;
+        for (const Slot& s : old) {
+            if (s.tuple == nullptr) continue;
+            size_t i = s.hash & mask;
+            while (slots[i].tuple != nullptr)
+                i = (i + 1) & mask;
+            slots[i] = s;
+        }
+    }
 };
 
 // ---- ListTuple
@@ -132,8 +199,7 @@ ListMap::~ListMap() {
 }
 
 ListTuple* ListMap::findTuple(const char* key) const {
-    auto it = index_->first.find(key);
-    return it == index_->first.end() ? nullptr : it->second;
+    return index_->find(key);
 }
 
 void ListMap::notifyModified() {
@@ -153,7 +219,7 @@ void ListMap::append(const char* key, const char* value) {
     }
     tail_ = t;
     ++count_;
-    if (!index_->first.emplace(t->key_, t).second) index_->duplicates = true;
+    if (!index_->insert(t)) index_->duplicates = true;
     notifyModified();
 }
 
@@ -165,15 +231,11 @@ void ListMap::unlink(ListTuple* t) {
         head_ = t->next_;
     }
     if (t->next_ != nullptr) t->next_->prev_ = t->prev_;
-    auto it = index_->first.find(t->key_);
-    if (it != index_->first.end() && it->second == t) {
-        index_->first.erase(it);
-        if (index_->duplicates) {
-            for (ListTuple* n = t->next_; n != nullptr; n = n->next_) {
-                if (keytext::equal(n->key_, t->key_)) {
-                    index_->first.emplace(n->key_, n);
-                    break;
-                }
+    if (index_->erase(t) && index_->duplicates) {
+        for (ListTuple* n = t->next_; n != nullptr; n = n->next_) {
+            if (keytext::equal(n->key_, t->key_)) {
+                index_->insert(n);
+                break;
             }
         }
     }
@@ -182,8 +244,7 @@ void ListMap::unlink(ListTuple* t) {
 void ListMap::clear() {
     MapLock hold(this);
     if (head_ != nullptr) notifyModified();
-    index_->first.clear();
-    index_->duplicates = false;
+    index_->clear();
     while (head_ != nullptr) {
         ListTuple* next = head_->next_;
         delete head_;

@@ -169,3 +169,25 @@ TEST(ListMap, NewCopyLoadsFromStoreThenAppendsDuplicates) {
     target.copyAll(nullptr);
     EXPECT_EQ(entries(target), (std::vector<std::string>{"b=1", "A=mine"}));
 }
+
+// Lookups stay exact through growth and many removals, and removals keep the list order.
+TEST(ListMap, LookupsStayExactThroughGrowthAndRemovals) {
+    ListMap m;
+    char key[16];
+    for (int i = 0; i < 3000; ++i) {
+        std::snprintf(key, sizeof key, "Key%d", i);
+        m.setInt(key, i);
+    }
+    for (int i = 0; i < 3000; i += 3) {
+        std::snprintf(key, sizeof key, "KEY%d", i);
+        ASSERT_TRUE(m.remove(key));
+    }
+    for (int i = 0; i < 3000; ++i) {
+        std::snprintf(key, sizeof key, "key%d", i);
+        ASSERT_EQ(m.getInt(key, -1), i % 3 == 0 ? -1 : i) << key;
+    }
+    std::vector<std::string> all = entries(m);
+    ASSERT_EQ(all.size(), 2000u);
+    EXPECT_EQ(all.front(), "Key1=1");
+    EXPECT_EQ(all.back(), "Key2999=2999");
+}
