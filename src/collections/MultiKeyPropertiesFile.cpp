@@ -18,10 +18,13 @@ MultiKeyPropertiesFile::~MultiKeyPropertiesFile() {
 }
 
 bool MultiKeyPropertiesFile::load() {
+    lock();
     int64_t time = 0;
     bool timeKnown = fs::modificationTime(path_, &time);
-    if (timeKnown && time <= lastModified_) return true;
-    lock();
+    if (timeKnown && time <= lastModified_) {
+        unlock();
+        return true;
+    }
     std::string text;
     if (!props::readFile(path_, &text)) {
         unlock();

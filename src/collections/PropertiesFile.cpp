@@ -109,10 +109,11 @@ bool PropertiesFile::load() {
     if (map == nullptr) return false;
     // Taken before reading: a change made while the file is read shows as a later time
     // and is loaded next time.
+    // The time is compared under the lock, so that two threads loading at once agree.
+    StoreLock hold(this);
     int64_t time = 0;
     bool timeKnown = fs::modificationTime(path_, &time);
     if (timeKnown && time <= lastModified_) return true;
-    StoreLock hold(this);
     std::string text;
     if (!props::readFile(path_, &text)) return false;
     map->clear();
