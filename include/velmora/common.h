@@ -24,3 +24,10 @@
 #include <velmora/text/UnicodeText.h>
 #include <velmora/vre/Vre.h>
 #include <velmora/vre/VreCore.h>
+#include <velmora/xml/BufferedXWriter.h>
+#include <velmora/xml/XContent.h>
+#include <velmora/xml/XElem.h>
+#include <velmora/xml/XElemList.h>
+#include <velmora/xml/XNs.h>
+#include <velmora/xml/XText.h>
+#include <velmora/xml/XWriter.h>

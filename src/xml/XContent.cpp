@@ -1,0 +1,7 @@
+#include <velmora/xml/XContent.h>
+
+namespace velmora {
+
+XContent::~XContent() = default;
+
+}  // namespace velmora

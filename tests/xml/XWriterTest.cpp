@@ -1,0 +1,70 @@
+#include <velmora/xml/BufferedXWriter.h>
+#include <velmora/xml/XElem.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+using namespace velmora;
+
+TEST(XWriter, EscapesQuotesControlAndHighBytes) {
+    BufferedXWriter out;
+    out.safe("a\"<\n'&>\t\xe9\x7f");
+    EXPECT_STREQ(out.getString(), "a&#x22;&lt;&#xa;&#x27;&amp;&gt;&#x9;&#xe9;&#x7f;");
+    out.clear();
+    out.safe("l\nr\rt\t\"", false);
+    EXPECT_STREQ(out.getString(), "l\nr\rt\t&#x22;") << "whitespace kept literal in text";
+    out.clear();
+    out.attr("v", "1 < 2")->w(' ')->attrf("n", "%d-%s", 5, 1234, "xyz");
+    EXPECT_STREQ(out.getString(), "v=\"1 &lt; 2\" n=\"1234\"") << "attrf cuts at its size";
+    out.clear();
+    out.indent(60)->w('|')->indent(3)->w(-7)->nl()->prolog();
+    EXPECT_EQ(std::string(out.getString()),
+              std::string(60, ' ') + "|   -7\n<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n");
+    EXPECT_EQ(out.getLength(), 67u + 39u);
+
+    XWriter none(nullptr);
+    EXPECT_EQ(none.write("x", 1), 0);
+    EXPECT_FALSE(none.write('x'));
+}
+
+TEST(XWriter, ElementLayout) {
+    XElem root("p", "urn:p", "root");
+    XNs ans("a", "urn:a");
+    root.addAttr("q", "say \"hi\"\n");
+    XElem* one = new XElem("one");
+    one->addAttr(&ans, "x", "1");
+    one->addContent(new XText("a&b\nc"));
+    root.addContent(one);
+    XElem* mixed = new XElem("mixed");
+    mixed->addContent(new XElem("leaf"));
+    mixed->addContent(new XText("tail"));
+    XText* cdata = new XText("<raw>&");
+    cdata->setCDATA(true);
+    mixed->addContent(cdata);
+    root.addContent(mixed);
+    BufferedXWriter out;
+    root.write(&out, 1);
+    EXPECT_STREQ(out.getString(),
+                 " <p:root q=\"say &#x22;hi&#x22;&#xa;\">\n"
+                 "  <one a:x=\"1\">a&amp;b\nc</one>\n"
+                 "  <mixed>\n"
+                 "   <leaf/>\n"
+                 "tail<![CDATA[<raw>&]]>  </mixed>\n"
+                 " </p:root>\n");
+}
+
+// Closing the XWriter closes its target; a BufferedXWriter keeps its own text readable.
+TEST(XWriter, CloseReachesTheTarget) {
+    StringWriter target;
+    {
+        XWriter out(&target);
+        out.w("abc");
+    }
+    target.write("def", 3);  // ignored: closed by the writer's destructor
+    EXPECT_STREQ(target.getString(), "abc");
+    BufferedXWriter buffered;
+    buffered.w("x")->close();
+    buffered.w("y");
+    EXPECT_STREQ(buffered.getString(), "x");
+}
