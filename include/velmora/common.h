@@ -29,5 +29,6 @@
 #include <velmora/xml/XElem.h>
 #include <velmora/xml/XElemList.h>
 #include <velmora/xml/XNs.h>
+#include <velmora/xml/XParser.h>
 #include <velmora/xml/XText.h>
 #include <velmora/xml/XWriter.h>

@@ -74,6 +74,21 @@ void FileReader::getBuf(int size, char** buf, int* len) {
     *buf = block;
 }
 
+const char* FileReader::peekBuffered(int* count) {
+    if (count != nullptr) *count = 0;
+    if (fd_ < 0) return nullptr;
+    if (aheadPos_ >= aheadLen_ && !fill()) {
+        atEof_ = true;
+        return nullptr;
+    }
+    if (count != nullptr) *count = aheadLen_ - aheadPos_;
+    return ahead_ + aheadPos_;
+}
+
+void FileReader::advance(int n) {
+    if (n > 0) aheadPos_ = n < aheadLen_ - aheadPos_ ? aheadPos_ + n : aheadLen_;
+}
+
 void FileReader::close() {
     if (fd_ >= 0) {
         fs::closeDescriptor(fd_);

@@ -23,6 +23,14 @@ public:
     void close() override;
     bool eof() override { return atEof_; }
 
+    // The bytes read ahead and not delivered yet, reading the next block from the file
+    // when none are left; a count of 0 at the end (eof() is then true) or once closed.
+    // Together with advance() this is the fast path of getChar() for readers that scan
+    // in bulk; the bytes are raw (getChar() gives them as signed characters).
+    const char* peekBuffered(int* count);
+    // Moves on by `n` of the bytes peekBuffered() offered (at most all of them).
+    void advance(int n);
+
 private:
     explicit FileReader(int fd);
     FileReader(const FileReader&) = delete;

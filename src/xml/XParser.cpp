@@ -1,0 +1,686 @@
+#include <velmora/xml/XParser.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include <velmora/text/FileReader.h>
+#include <velmora/text/StringReader.h>
+
+#include "xml/XmlTables.h"
+
+namespace velmora {
+
+namespace {
+
+const int kScratch = 128;
+
+char* newScratch() {
+    return static_cast<char*>(std::malloc(kScratch));
+}
+
+}  // namespace
+
+struct XParser::NsDecl {
+    XNs* ns;
+    NsDecl* next;
+};
+
+XParser::XParser(CharReader* in)
+    : reader_(in),
+      text_(new XText()),
+      elemStack_(new XElem*[MAX_DEPTH]()),
+      nsStack_(new NsDecl*[MAX_DEPTH]()),
+      classes_(xml::charClasses()),
+      name_(newScratch()),
+      nameCap_(kScratch),
+      prefix_(newScratch()),
+      prefixCap_(kScratch),
+      buf_(newScratch()),
+      bufCap_(kScratch) {
+    // The two readers of the library are read through their buffers directly.
+    stringReader_ = dynamic_cast<StringReader*>(in);
+    if (stringReader_ == nullptr) fileReader_ = dynamic_cast<FileReader*>(in);
+    if (name_ == nullptr || prefix_ == nullptr || buf_ == nullptr)
+        nameCap_ = prefixCap_ = bufCap_ = 0;
+}
+
+XParser::~XParser() {
+    for (int i = 0; i < MAX_DEPTH; ++i) {
+        delete elemStack_[i];
+        for (NsDecl* d = nsStack_[i]; d != nullptr;) {
+            NsDecl* next = d->next;
+            delete d->ns;
+            delete d;
+            d = next;
+        }
+    }
+    delete[] elemStack_;
+    delete[] nsStack_;
+    delete text_;
+    delete defaultNs_;
+    std::free(name_);
+    std::free(prefix_);
+    std::free(buf_);
+}
+
+// --- reading
+
+// The reader's next value as the reader itself gives it (StringReader 0-255, FileReader
+// signed bytes), or -1 at the end.
+inline int XParser::fetch() {
+    if (cur_ < end_) {
+        unsigned char b = *cur_++;
+        return fileReader_ != nullptr ? static_cast<signed char>(b) : b;
+    }
+    return refill();
+}
+
+int XParser::refill() {
+    sync();
+    int count = 0;
+    const char* p = nullptr;
+    if (stringReader_ != nullptr) {
+        p = stringReader_->peekRemaining(&count);
+    } else if (fileReader_ != nullptr) {
+        p = fileReader_->peekBuffered(&count);
+    } else {
+        return reader_ != nullptr ? reader_->getChar() : -1;
+    }
+    if (p == nullptr || count <= 0) return -1;
+    windowStart_ = cur_ = reinterpret_cast<const unsigned char*>(p);
+    end_ = cur_ + count;
+    return fetch();
+}
+
+// Hands the bytes taken from the reader's buffer back as read, so that the reader stands
+// exactly where a byte-by-byte parser would have left it.
+void XParser::sync() {
+    if (cur_ == nullptr) return;
+    int n = static_cast<int>(cur_ - windowStart_);
+    if (stringReader_ != nullptr) {
+        stringReader_->advance(n);
+    } else if (fileReader_ != nullptr) {
+        fileReader_->advance(n);
+    }
+    cur_ = end_ = windowStart_ = nullptr;
+}
+
+// One character of the document: CR LF and a lone CR become one line feed, and a byte
+// above 127 ends the input (the parser reads ASCII only, on purpose).
+inline int XParser::readChar() {
+    if (pushback_ >= 0) {
+        int c = pushback_;
+        pushback_ = -1;
+        return c;
+    }
+    if (stopped_) return -1;
+    int c = fetch();
+    if (c < 0 || c > 127) {
+        stopped_ = true;
+        return -1;
+    }
+    if (c == '\n') {
+        ++line_;
+        column_ = 0;
+    } else if (c == '\r') {
+        int d = fetch();
+        if (d < 0 || d > 127) {
+            stopped_ = true;
+        } else if (d != '\n') {
+            pushback_ = d;
+        }
+        ++line_;
+        column_ = 0;
+        c = '\n';
+    } else {
+        ++column_;
+    }
+    return c;
+}
+
+// Inside character references the reader is read straight, counting columns only.
+int XParser::readRaw() {
+    if (stopped_) return -1;
+    ++column_;
+    return fetch();
+}
+
+bool XParser::skipWhitespace() {
+    bool skipped = false;
+    for (;;) {
+        int c = readChar();
+        if (c < 0) return skipped;
+        if ((classes_[c] & xml::kSpaceChar) == 0) {
+            pushBack(c);
+            return skipped;
+        }
+        skipped = true;
+    }
+}
+
+bool XParser::append(char** buf, int* len, int* cap, int c) {
+    if (*len + 1 >= *cap) {
+        int bigger = *cap > 0 ? *cap * 2 : kScratch;
+        char* grown = static_cast<char*>(std::realloc(*buf, static_cast<size_t>(bigger)));
+        if (grown == nullptr) return false;  // the character is lost, nothing else
+        *buf = grown;
+        *cap = bigger;
+    }
+    (*buf)[(*len)++] = static_cast<char>(c);
+    return true;
+}
+
+// A plain name beginning with `c` (a name character) into `*buf`, zero-terminated; the
+// character after it is pushed back. Returns its length.
+int XParser::readPlainName(int c, char** buf, int* cap) {
+    int len = 0;
+    while (c >= 0 && (classes_[c] & xml::kNameChar) != 0) {
+        append(buf, &len, cap, c);
+        c = readChar();
+    }
+    if (c >= 0) pushBack(c);
+    if (*cap > 0) (*buf)[len] = '\0';
+    return len;
+}
+
+// A qualified name beginning with `c`: name_, and prefix_ when it has one. False (and `c`
+// pushed back) when it does not start with a name character.
+bool XParser::readQName(int c) {
+    // Each name starts without a prefix, so that an unprefixed name never inherits the
+    // prefix of the name read before it.
+    hasPrefix_ = false;
+    hasName_ = false;
+    if (c < 0) return false;
+    if ((classes_[c] & xml::kNameChar) == 0 || nameCap_ == 0) {
+        pushBack(c);
+        return false;
+    }
+    nameLen_ = readPlainName(c, &name_, &nameCap_);
+    int d = readChar();
+    if (d != ':') {
+        if (d >= 0) pushBack(d);
+        hasName_ = true;
+        return true;
+    }
+    // "a:b": the first part becomes the prefix.
+    char* t = prefix_;
+    prefix_ = name_;
+    name_ = t;
+    int tc = prefixCap_;
+    prefixCap_ = nameCap_;
+    nameCap_ = tc;
+    hasPrefix_ = true;
+    d = readChar();
+    if (d < 0 || (classes_[d] & xml::kNameChar) == 0) {
+        if (d >= 0) pushBack(d);
+        return false;
+    }
+    nameLen_ = readPlainName(d, &name_, &nameCap_);
+    hasName_ = true;
+    return true;
+}
+
+// --- entity and character references
+
+int XParser::decode(int c) {
+    if (c == '<' || c == '>') return 255;
+    if (c != '&') return c;
+    int d = readChar();
+    if (d == '#') return decodeReference();
+    return decodeEntity(d);
+}
+
+// "&#65;" or "&#x41;": digits up to ";", the value cut to one byte (no UTF-8).
+int XParser::decodeReference() {
+    int c = readRaw();
+    unsigned base = 10;
+    if (c == 'x') {
+        base = 16;
+        c = readRaw();
+    }
+    unsigned value = 0;
+    // Well-formed digits give their value; anything else adds some value, but the
+    // arithmetic stays unsigned and the loop ends at ";" or the end of input.
+    while (c != ';' && c != -1) {
+        unsigned digit;
+        if (c >= '0' && c <= '9') {
+            digit = static_cast<unsigned>(c - '0');
+        } else if (c >= 'a' && c <= 'f') {
+            digit = static_cast<unsigned>(c - 'a' + 10);
+        } else if (c >= 'A' && c <= 'F') {
+            digit = static_cast<unsigned>(c - 'A' + 10);
+        } else {
+            digit = static_cast<unsigned>(c) & 0xFFu;
+        }
+        value = value * base + digit;
+        c = readRaw();
+    }
+    return static_cast<int>(value & 0xFFu);
+}
+
+// "&name;" read up to ";" or the end: the five predefined entities, else the byte 255.
+int XParser::decodeEntity(int first) {
+    char name[5];
+    int len = 0;
+    for (int c = first; c >= 0 && c != ';'; c = readChar()) {
+        if (len < 5) name[len] = static_cast<char>(c);
+        ++len;
+    }
+    if (len == 2 && name[0] == 'l' && name[1] == 't') return '<';
+    if (len == 2 && name[0] == 'g' && name[1] == 't') return '>';
+    if (len == 3 && std::memcmp(name, "amp", 3) == 0) return '&';
+    if (len == 4 && std::memcmp(name, "quot", 4) == 0) return '"';
+    if (len == 4 && std::memcmp(name, "apos", 4) == 0) return '\'';
+    return 255;
+}
+
+// --- text and skipped markup
+
+void XParser::setText(bool cdata) {
+    StringWriter* b = text_->getBuffer();
+    if (b->getCapacity() > 65536 && bufLen_ < 4096) {
+        // After one huge text, a fresh buffer keeps clearing cheap.
+        delete text_;
+        text_ = new XText();
+        b = text_->getBuffer();
+    }
+    b->clear();
+    b->write(buf_, bufLen_);
+    text_->setCDATA(cdata);
+}
+
+// Text beginning with `first`, up to the next "<". True when it holds something other than
+// whitespace; text cut short by ">" or the end of input is dropped.
+bool XParser::readText(int first) {
+    bufLen_ = 0;
+    bool nonBlank = (classes_[first] & xml::kSpaceChar) == 0;
+    append(&buf_, &bufLen_, &bufCap_, decode(first));
+    for (;;) {
+        // Plain characters straight from the reader's buffer.
+        if (pushback_ < 0 && !stopped_) {
+            const unsigned char* p = cur_;
+            const unsigned char* start = p;
+            while (p < end_) {
+                unsigned char b = *p;
+                if (b > 127 || b == '<' || b == '>' || b == '&' || b == '\r' || b == '\n') break;
+                if ((classes_[b] & xml::kSpaceChar) == 0) nonBlank = true;
+                ++p;
+            }
+            int n = static_cast<int>(p - start);
+            if (n > 0) {
+                while (bufLen_ + n + 1 >= bufCap_) {
+                    int bigger = bufCap_ > 0 ? bufCap_ * 2 : kScratch;
+                    char* grown =
+                        static_cast<char*>(std::realloc(buf_, static_cast<size_t>(bigger)));
+                    if (grown == nullptr) break;
+                    buf_ = grown;
+                    bufCap_ = bigger;
+                }
+                if (bufLen_ + n + 1 < bufCap_) {
+                    std::memcpy(buf_ + bufLen_, start, static_cast<size_t>(n));
+                    bufLen_ += n;
+                }
+                column_ += n;
+                cur_ = p;
+            }
+        }
+        int c = readChar();
+        if (c < 0) return false;
+        if (c == '<') {
+            pushBack(c);
+            break;
+        }
+        if (c == '>') return false;
+        if ((classes_[c] & xml::kSpaceChar) == 0) nonBlank = true;
+        append(&buf_, &bufLen_, &bufCap_, decode(c));
+    }
+    if (!nonBlank) return false;
+    setText(false);
+    return true;
+}
+
+// The characters up to the first "]]>", which is consumed but not kept; at the end of
+// input, everything read.
+void XParser::readCData() {
+    bufLen_ = 0;
+    for (;;) {
+        int c = readChar();
+        if (c < 0) break;
+        if (c == '>' && bufLen_ >= 2 && buf_[bufLen_ - 1] == ']' && buf_[bufLen_ - 2] == ']') {
+            bufLen_ -= 2;
+            break;
+        }
+        append(&buf_, &bufLen_, &bufCap_, c);
+    }
+    setText(true);
+}
+
+// After "<!--": up to two dashes in a row and one character more (taken to be ">").
+void XParser::skipComment() {
+    int dashes = 0;
+    for (;;) {
+        int c = readChar();
+        if (c < 0) return;
+        if (c != '-') {
+            dashes = 0;
+        } else if (++dashes == 2) {
+            readChar();
+            return;
+        }
+    }
+}
+
+// The characters of `expected` as long as they match; the first mismatch is consumed too.
+void XParser::consume(const char* expected) {
+    for (; *expected != '\0'; ++expected) {
+        if (readChar() != *expected) return;
+    }
+}
+
+// After "<!DOCTYPE": a block in which "<" and ">" nest, internal subsets included.
+void XParser::skipDoctype() {
+    int open = 1;
+    while (open > 0) {
+        int c = readChar();
+        if (c < 0) return;
+        if (c == '<') ++open;
+        if (c == '>') --open;
+    }
+}
+
+// After "<?": up to "?>".
+void XParser::skipInstruction() {
+    int prev = 0;
+    for (;;) {
+        int c = readChar();
+        if (c < 0 || (prev == '?' && c == '>')) return;
+        prev = c;
+    }
+}
+
+// --- tags and namespaces
+
+const XNs* XParser::lookup(const char* prefix) const {
+    for (int level = depth_ - 1; level >= 0; --level) {
+        for (NsDecl* d = nsStack_[level]; d != nullptr; d = d->next) {
+            const char* p = d->ns->getPrefix();
+            if (p != nullptr && std::strcmp(p, prefix) == 0) return d->ns;
+        }
+    }
+    return nullptr;
+}
+
+void XParser::declare(int level, const char* prefix, const char* uri) {
+    XNs* ns = new XNs(prefix, uri);
+    ns->setDeclarer(elemStack_[level]);
+    NsDecl* decl = new NsDecl{ns, nullptr};
+    NsDecl** tail = &nsStack_[level];
+    while (*tail != nullptr)
+        tail = &(*tail)->next;
+    *tail = decl;
+    if (ns->isDefault()) {
+        delete defaultNs_;
+        defaultNs_ = uri[0] != '\0' ? ns->newCopy() : nullptr;
+    }
+}
+
+void XParser::readAttribute(int first, int level) {
+    if (!readQName(first)) return;
+    skipWhitespace();
+    int c = readChar();
+    if (c != '=') {
+        if (c >= 0) pushBack(c);
+        return;
+    }
+    skipWhitespace();
+    int quote = readChar();
+    if (quote != '"' && quote != '\'') {
+        if (quote >= 0) pushBack(quote);
+        return;
+    }
+    bufLen_ = 0;
+    for (;;) {
+        c = readChar();
+        if (c < 0 || c == quote) break;
+        append(&buf_, &bufLen_, &bufCap_, decode(c));
+    }
+    if (bufCap_ == 0) return;
+    buf_[bufLen_] = '\0';
+    XElem* e = elemStack_[level];
+    if (!hasPrefix_) {
+        if (std::strcmp(name_, "xmlns") == 0) declare(level, nullptr, buf_);
+        e->addAttr(name_, buf_);
+    } else if (std::strcmp(prefix_, "xmlns") == 0) {
+        declare(level, name_, buf_);
+        // Stored under its full name "xmlns:p", without a namespace.
+        char inlineName[kScratch + 6];
+        size_t size = static_cast<size_t>(nameLen_) + 7;
+        char* full = size <= sizeof inlineName ? inlineName : static_cast<char*>(std::malloc(size));
+        if (full == nullptr) return;
+        std::memcpy(full, "xmlns:", 6);
+        std::memcpy(full + 6, name_, size - 6);
+        e->addAttr(nullptr, full, buf_);
+        if (full != inlineName) std::free(full);
+    } else {
+        e->addAttr(lookup(prefix_), name_, buf_);
+    }
+}
+
+// After "<" and the tag's first character. False when no name could be read.
+bool XParser::readStartTag(int first) {
+    // Deeper nesting than the stacks hold is outside what the parser supports; rather
+    // than write past them, such a start tag is reported as malformed and its remainder
+    // read as text.
+    if (depth_ >= MAX_DEPTH) {
+        pushBack(first);
+        return false;
+    }
+    XElem*& slot = elemStack_[depth_];
+    if (slot == nullptr) slot = new XElem();
+    XElem* e = slot;
+    int level = depth_++;
+    e->clearAttr();
+    if (!readQName(first)) return false;
+    e->setName(name_);
+    bool prefixed = hasPrefix_;
+    // The prefix is kept aside: attribute names overwrite the scratch buffers.
+    char prefixCopy[kScratch];
+    char* elemPrefix = nullptr;
+    if (prefixed) {
+        size_t n = std::strlen(prefix_) + 1;
+        elemPrefix = n <= sizeof prefixCopy ? prefixCopy : static_cast<char*>(std::malloc(n));
+        if (elemPrefix != nullptr) std::memcpy(elemPrefix, prefix_, n);
+    }
+    for (;;) {
+        bool spaced = skipWhitespace();
+        int c = readChar();
+        if (c < 0 || c == '>') break;
+        if (c == '/') {
+            if (readChar() == '>') emptyPending_ = true;
+            break;
+        }
+        if (!spaced) {
+            pushBack(c);
+            break;
+        }
+        readAttribute(c, level);
+    }
+    if (prefixed) {
+        e->setNs(elemPrefix != nullptr ? lookup(elemPrefix) : nullptr);
+        if (elemPrefix != prefixCopy) std::free(elemPrefix);
+    } else {
+        e->setNs(defaultNs_);
+    }
+    return true;
+}
+
+// After "</". Kept lenient: the innermost element closes whatever the tag names; a tag
+// naming it is read to its end, any other is left to be read as text.
+void XParser::readEndTag() {
+    int c = readChar();
+    if (c < 0) return;
+    bool named = readQName(c);
+    const XNs* ns = hasPrefix_ ? (hasName_ ? lookup(prefix_) : nullptr) : defaultNs_;
+    if (depth_ < 1) return;
+    XElem* open = elemStack_[depth_ - 1];
+    if (!named || std::strcmp(name_, open->getName()) != 0 || !XNs::equals(ns, open->getNs()))
+        return;
+    skipWhitespace();
+    readChar();
+}
+
+void XParser::pop() {
+    if (depth_ < 1) return;  // an end tag with nothing open
+    --depth_;
+    NsDecl* d = nsStack_[depth_];
+    if (d == nullptr) return;  // nothing declared here: the default namespace stands
+    nsStack_[depth_] = nullptr;
+    while (d != nullptr) {
+        NsDecl* next = d->next;
+        delete d->ns;
+        delete d;
+        d = next;
+    }
+    delete defaultNs_;
+    defaultNs_ = nullptr;
+    for (int level = depth_ - 1; level >= 0 && defaultNs_ == nullptr; --level) {
+        for (NsDecl* n = nsStack_[level]; n != nullptr; n = n->next) {
+            if (!n->ns->isDefault()) continue;
+            const char* uri = n->ns->getUri();
+            if (uri != nullptr && uri[0] != '\0') defaultNs_ = n->ns->newCopy();
+            level = -1;  // the first default declaration decides, even an empty one
+            break;
+        }
+        if (level < 0) break;
+    }
+}
+
+// --- events
+
+int XParser::next() {
+    if (popPending_) {
+        popPending_ = false;
+        pop();
+    }
+    if (emptyPending_) {
+        emptyPending_ = false;
+        popPending_ = true;
+        return type_ = END;
+    }
+    int event = EOI;
+    for (;;) {
+        int c = readChar();
+        if (c < 0) break;
+        if (c != '<') {
+            if (readText(c)) {
+                event = TEXT;
+                break;
+            }
+            continue;
+        }
+        c = readChar();
+        if (c < 0) {
+            event = MALFORMED;
+            break;
+        }
+        if (c == '!') {
+            c = readChar();
+            if (c == '-') {
+                if (readChar() != '-') {
+                    event = MALFORMED;
+                    break;
+                }
+                skipComment();
+                continue;
+            }
+            if (c == '[') {
+                consume("CDATA[");
+                readCData();
+                event = TEXT;
+                break;
+            }
+            if (c == 'D') {
+                consume("OCTYPE");
+                skipDoctype();
+                continue;
+            }
+            event = MALFORMED;
+            break;
+        }
+        if (c == '?') {
+            skipInstruction();
+            continue;
+        }
+        if (c == '/') {
+            readEndTag();
+            popPending_ = true;
+            event = END;
+            break;
+        }
+        event = readStartTag(c) ? START : MALFORMED;
+        break;
+    }
+    sync();
+    return type_ = event;
+}
+
+XElem* XParser::elem() const {
+    return depth_ >= 1 ? elemStack_[depth_ - 1] : nullptr;
+}
+
+XText* XParser::text() const {
+    return type_ == TEXT ? text_ : nullptr;
+}
+
+void XParser::skip(int depth) {
+    for (;;) {
+        int event = next();
+        if (event == EOI || (event == END && depth_ == depth)) return;
+    }
+}
+
+XElem* XParser::parse(bool close) {
+    if (next() != START) {
+        if (close) this->close();
+        return nullptr;
+    }
+    return parseCurrent(close);
+}
+
+XElem* XParser::parseCurrent(bool close) {
+    XElem* open = elem();
+    XElem* root = open != nullptr ? static_cast<XElem*>(open->newCopy()) : nullptr;
+    XElem* current = root;
+    int level = root != nullptr ? 1 : 0;
+    while (level >= 1) {
+        int event = next();
+        if (event == EOI) {
+            delete root;
+            root = nullptr;
+            break;
+        }
+        if (event == START) {
+            auto* child = static_cast<XElem*>(elem()->newCopy());
+            current->addContent(child);
+            current = child;
+            ++level;
+        } else if (event == END) {
+            if (--level >= 1) current = current->getParent();
+        } else if (event == TEXT) {
+            current->addContent(text_->newCopy());
+        }
+    }
+    if (close) this->close();
+    return root;
+}
+
+void XParser::close() {
+    sync();
+    if (reader_ != nullptr) reader_->close();
+}
+
+void XParser::unload() {
+    xml::releaseCharClasses();
+}
+
+}  // namespace velmora
