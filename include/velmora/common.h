@@ -11,6 +11,15 @@
 #include <velmora/files/DirectoryListing.h>
 #include <velmora/files/FileUtil.h>
 #include <velmora/http/Http.h>
+#include <velmora/net/Icmp.h>
+#include <velmora/net/InetAddress.h>
+#include <velmora/net/ServerSocket.h>
+#include <velmora/net/Socket.h>
+#include <velmora/net/SocketFactory.h>
+#include <velmora/net/SocketInput.h>
+#include <velmora/net/SocketInputReader.h>
+#include <velmora/net/SocketOutput.h>
+#include <velmora/net/SocketOutputWriter.h>
 #include <velmora/platform/PlatformUtil.h>
 #include <velmora/text/CharReader.h>
 #include <velmora/text/CharUtil.h>

@@ -1,0 +1,131 @@
+#include <velmora/net/SocketOutput.h>
+
+#include <velmora/net/Socket.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "net/NetSystem.h"
+
+namespace velmora {
+
+namespace {
+
+// Holds the output's lock for one whole write, so that concurrent writes do not mix.
+class Hold {
+public:
+    explicit Hold(PlatformMutex* mutex) : mutex_(mutex) { PlatformUtil::lockMutex(mutex_); }
+    ~Hold() { PlatformUtil::unlockMutex(mutex_); }
+
+private:
+    PlatformMutex* mutex_;
+};
+
+}  // namespace
+
+SocketOutput::SocketOutput(Socket* socket) : socket_(socket) {
+    PlatformUtil::createMutex(&mutex_);
+}
+
+SocketOutput::~SocketOutput() { PlatformUtil::destroyMutex(&mutex_); }
+
+void SocketOutput::setFlushRetries(int retries) {
+    Hold hold(&mutex_);
+    flushRetries_ = retries;
+}
+
+bool SocketOutput::flush() {
+    Hold hold(&mutex_);
+    // Kept: without retries the buffered bytes are dropped and the flush counts as done.
+    if (flushRetries_ > 0) {
+        const netsys::Handle handle = socket_->getSocketHandle();
+        const int total = count_;
+        int sent = 0;
+        int retries = flushRetries_;  // one budget for the whole flush, never refilled
+        while (sent < total && retries > 0) {
+            const int ready = netsys::waitWritable(handle, 1000);
+            if (ready < 0) {
+                socketError_ = true;
+                return false;
+            }
+            if (ready == 0) {
+                if (--retries == 0) {
+                    socketError_ = true;
+                    return false;
+                }
+                continue;
+            }
+            const int result = netsys::sendBytes(handle, buffer_ + sent, total - sent);
+            if (result < 0) {
+                socketError_ = true;
+                return false;
+            }
+            sent += result;
+        }
+    }
+    count_ = 0;
+    return true;
+}
+
+bool SocketOutput::writeByte(char c) {
+    Hold hold(&mutex_);
+    if (count_ == kBufferSize && !flush()) return false;
+    buffer_[count_++] = c;
+    return true;
+}
+
+bool SocketOutput::writeLocked(const char* data, int count) {
+    bool ok = false;  // nothing written counts as a failed write
+    for (int i = 0; i < count; ++i) {
+        ok = writeByte(data[i]);
+        if (!ok) break;
+    }
+    return ok;
+}
+
+bool SocketOutput::writeInt(int value) {
+    const uint32_t v = static_cast<uint32_t>(value);
+    const char bytes[4] = {static_cast<char>(v >> 24), static_cast<char>(v >> 16),
+                           static_cast<char>(v >> 8), static_cast<char>(v)};
+    Hold hold(&mutex_);
+    return writeLocked(bytes, 4);
+}
+
+bool SocketOutput::writeString(const char* text) {
+    if (text == nullptr) return false;
+    Hold hold(&mutex_);
+    return writeLocked(text, static_cast<int>(std::strlen(text)));
+}
+
+bool SocketOutput::writeLine(const char* text) {
+    Hold hold(&mutex_);
+    if (text != nullptr) {
+        for (const char* p = text; *p != '\0'; ++p) {
+            if (!writeByte(*p)) return false;
+        }
+    }
+    return writeByte('\r') && writeByte('\n');
+}
+
+bool SocketOutput::write(const char* data, int count) { return write(data, 0, count); }
+
+bool SocketOutput::write(const char* data, int offset, int count) {
+    if (data == nullptr) return false;
+    Hold hold(&mutex_);
+    return writeLocked(data + offset, count);
+}
+
+bool SocketOutput::writef(const char* format, ...) {
+    if (format == nullptr) return false;
+    // Formatting is cut at the area's size instead of running past it.
+    char text[32768] = {};
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+    Hold hold(&mutex_);
+    return writeLocked(text, static_cast<int>(std::strlen(text)));
+}
+
+}  // namespace velmora
