@@ -97,8 +97,16 @@ bool SocketInput::readInt(int* out) {
 int SocketInput::read(char* buffer, int count) { return read(buffer, 0, count); }
 
 int SocketInput::read(char* buffer, int offset, int count) {
+    // Byte by byte in effect, but whole runs of the buffer are copied at once.
     int stored = 0;
-    while (stored < count && readByte(buffer + offset + stored)) ++stored;
+    while (stored < count) {
+        if (readPosition_ >= fillCount_ && !fillBuffer()) break;
+        int run = fillCount_ - readPosition_;
+        if (run > count - stored) run = count - stored;
+        std::memcpy(buffer + offset + stored, buffer_ + readPosition_, run);
+        readPosition_ += run;
+        stored += run;
+    }
     return stored;
 }
 

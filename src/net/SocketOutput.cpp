@@ -75,13 +75,19 @@ bool SocketOutput::writeByte(char c) {
     return true;
 }
 
+// What writeByte would do for each byte in turn, copying whole runs into the buffer.
 bool SocketOutput::writeLocked(const char* data, int count) {
-    bool ok = false;  // nothing written counts as a failed write
-    for (int i = 0; i < count; ++i) {
-        ok = writeByte(data[i]);
-        if (!ok) break;
+    if (count <= 0) return false;  // nothing written counts as a failed write
+    int written = 0;
+    while (written < count) {
+        if (count_ == kBufferSize && !flush()) return false;
+        int run = kBufferSize - count_;
+        if (run > count - written) run = count - written;
+        std::memcpy(buffer_ + count_, data + written, run);
+        count_ += run;
+        written += run;
     }
-    return ok;
+    return true;
 }
 
 bool SocketOutput::writeInt(int value) {

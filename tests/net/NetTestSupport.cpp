@@ -29,7 +29,7 @@ int localPort(uint64_t handle) {
 }
 
 int ipv6Only(uint64_t handle) {
-    int value = -1;
+    int value = 0;  // Wine writes only the first byte
     socklen_t length = sizeof value;
     getsockopt(NATIVE(handle), IPPROTO_IPV6, IPV6_V6ONLY,
                reinterpret_cast<char*>(&value), &length);

@@ -91,7 +91,10 @@ bool connectIpv4(Handle handle, const unsigned char address[4], int port) {
 
 bool connectIpv6AsKept(Handle handle) {
     unsigned char record[28] = {};  // a zeroed IPv4 record, passed with the IPv6 length
-    return connect(sock(handle), reinterpret_cast<sockaddr*>(record), sizeof record) == 0;
+    // Windows refuses a record of family 0; layers that pass it on to a POSIX system (Wine)
+    // may take it as "dissolve the association" and succeed. It is a failure either way.
+    connect(sock(handle), reinterpret_cast<sockaddr*>(record), sizeof record);
+    return false;
 }
 
 void shutdownBoth(Handle handle) { shutdown(sock(handle), SD_BOTH); }
