@@ -62,7 +62,8 @@ void plainSendRecv(benchmark::State& state) {
     std::string message(size, 'm');
     std::vector<char> got(size);
     for (auto _ : state) {
-        for (int sent = 0; sent < size;) sent += static_cast<int>(send(client, message.data() + sent, size - sent, 0));
+        for (int sent = 0; sent < size;)
+            sent += static_cast<int>(send(client, message.data() + sent, size - sent, 0));
         for (int read = 0; read < size;) {
             const ssize_t n = recv(peer, got.data() + read, size - read, 0);
             if (n <= 0) {
@@ -90,9 +91,10 @@ int main(int argc, char** argv) {
         std::map<std::string, double> rate;
         void ReportRuns(const std::vector<Run>& runs) override {
             for (const Run& run : runs) {
-                rate[run.benchmark_name()] = run.counters.count("bytes_per_second")
-                                                 ? static_cast<double>(run.counters.at("bytes_per_second"))
-                                                 : 0.0;
+                rate[run.benchmark_name()] =
+                    run.counters.count("bytes_per_second")
+                        ? static_cast<double>(run.counters.at("bytes_per_second"))
+                        : 0.0;
             }
             ConsoleReporter::ReportRuns(runs);
         }
@@ -102,8 +104,9 @@ int main(int argc, char** argv) {
         const std::string arg = "/" + std::to_string(size) + "/min_time:1.000/real_time";
         const double lib = reporter.rate["libraryStreams" + arg];
         const double plain = reporter.rate["plainSendRecv" + arg];
-        std::printf("SocketOutput->SocketInput vs send/recv, %d-byte messages: %.2f (%.1f vs %.1f MB/s)\n",
-                    size, plain > 0 ? lib / plain : 0.0, lib / 1e6, plain / 1e6);
+        std::printf(
+            "SocketOutput->SocketInput vs send/recv, %d-byte messages: %.2f (%.1f vs %.1f MB/s)\n",
+            size, plain > 0 ? lib / plain : 0.0, lib / 1e6, plain / 1e6);
     }
     return 0;
 }

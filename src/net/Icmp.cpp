@@ -94,8 +94,8 @@ int Icmp::ping(ErrorHandler* handler, const char* host, int timeout) {
 
     const netsys::Handle handle = netsys::openRawIcmp();
     if (handle == netsys::kInvalidHandle) {
-        netreport::error(handler, Report("platNet.ping.socketFailed", "ping: socketFailed\n")
-                                      .arg(host));
+        netreport::error(handler,
+                         Report("platNet.ping.socketFailed", "ping: socketFailed\n").arg(host));
         return -1;
     }
     int result = -1;
@@ -107,8 +107,8 @@ int Icmp::ping(ErrorHandler* handler, const char* host, int timeout) {
         if (ready < 0) {
             reportSocketFailure(handler, "select", host);
         } else if (ready == 0) {
-            netreport::error(handler, Report("platNet.ping.timeout", "ping: request timed out\n")
-                                          .arg(host));
+            netreport::error(handler,
+                             Report("platNet.ping.timeout", "ping: request timed out\n").arg(host));
         } else {
             const int got = netsys::receive(handle, reply, kReplyRoom);
             const int headerLength = got > 0 ? (reply[0] & 0x0f) * 4 : 0;

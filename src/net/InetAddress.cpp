@@ -20,7 +20,9 @@ char* copyText(const char* text) {
     return copy;
 }
 
-bool isDecimal(char c) { return c >= '0' && c <= '9'; }
+bool isDecimal(char c) {
+    return c >= '0' && c <= '9';
+}
 
 bool isHex(char c) {
     return isDecimal(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
@@ -156,8 +158,12 @@ InetAddress* InetAddress::getLocalHost(bool ipv6) {
     return address != nullptr ? address : getByName("127.0.0.1");
 }
 
-int InetAddress::getIpv4Family() { return netsys::familyIpv4(); }
-int InetAddress::getIpv6Family() { return netsys::familyIpv6(); }
+int InetAddress::getIpv4Family() {
+    return netsys::familyIpv4();
+}
+int InetAddress::getIpv6Family() {
+    return netsys::familyIpv6();
+}
 
 int InetAddress::inet_pton(int family, const char* text, void* out) {
     if (text == nullptr || out == nullptr) return -1;

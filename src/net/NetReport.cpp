@@ -32,7 +32,8 @@ void withBundle(const Report& report, Deliver deliver) {
     }
     MessageBundle bundle("platform", report.key, report.text);
     if (report.textArgument != nullptr) bundle.addLexiconArgument(report.textArgument);
-    for (int i = 0; i < report.intCount; ++i) bundle.addLexiconArgument(report.intArguments[i]);
+    for (int i = 0; i < report.intCount; ++i)
+        bundle.addLexiconArgument(report.intArguments[i]);
     deliver(&bundle);
 }
 
@@ -50,7 +51,9 @@ void error(ErrorHandler* handler, const Report& report) {
     if (handler != nullptr) withBundle(report, [handler](MessageBundle* b) { handler->error(b); });
 }
 
-char* socketErrorName() { return SystemErrorFactory::getWinsockErrorString(); }
+char* socketErrorName() {
+    return SystemErrorFactory::getWinsockErrorString();
+}
 
 #else
 // Built without the log types: reports have nowhere to go.

@@ -25,6 +25,8 @@ void OsVersionSource::set(int platform, int major) {
     overridden = true;
 }
 
-void OsVersionSource::reset() { overridden = false; }
+void OsVersionSource::reset() {
+    overridden = false;
+}
 
 }  // namespace velmora

@@ -29,16 +29,15 @@ void reportNumbered(Log* log, const char* key, const char* what, int number) {
 void reportReuseFailure(Log* log, netsys::Handle handle) {
     const int number = netsys::lastSocketError();
     netsys::closeHandle(handle);
-    reportNumbered(log, "socket.invalidSocket",
-                   "socket: Unable to setsockopt SO_REUSEADDR", number);
+    reportNumbered(log, "socket.invalidSocket", "socket: Unable to setsockopt SO_REUSEADDR",
+                   number);
 }
 
 bool turnDualStackOn(Log* log, netsys::Handle handle) {
     if (!ServerSocket::isDualStackSupported() || netsys::setIpv6OnlyOff(handle)) return true;
     const int number = netsys::lastSocketError();
     netsys::closeHandle(handle);
-    reportNumbered(log, "socket.invalidSocket", "socket: Unable to setsockopt IPV6_V6ONLY",
-                   number);
+    reportNumbered(log, "socket.invalidSocket", "socket: Unable to setsockopt IPV6_V6ONLY", number);
     return false;
 }
 
@@ -50,8 +49,7 @@ void reportBindFailure(Log* log, netsys::Handle handle) {
     if (number == netsys::addressInUseCode()) {
         netreport::error(log, Report("socket.addressInUse", "socket: Address already in use\n"));
     } else {
-        netreport::error(log,
-                         Report("socket.cannotBind", "socket: Cannot bind to server port\n"));
+        netreport::error(log, Report("socket.cannotBind", "socket: Cannot bind to server port\n"));
     }
 }
 
@@ -73,7 +71,9 @@ ServerSocket::ServerSocket(Log* log, uint64_t handle) : ServerSocket(log, handle
 ServerSocket::ServerSocket(Log* log, uint64_t handle, InetAddress* address)
     : handle_(handle), address_(address), log_(log) {}
 
-ServerSocket::~ServerSocket() { close(); }
+ServerSocket::~ServerSocket() {
+    close();
+}
 
 void ServerSocket::close() {
     if (handle_ == netsys::kInvalidHandle) return;
@@ -112,8 +112,8 @@ ServerSocket* ServerSocket::makeNull(Log* log, int port, int backlog, bool ipv6)
         return nullptr;
     }
     if (ipv6 && !turnDualStackOn(log, handle)) return nullptr;
-    const bool bound = ipv6 ? netsys::bindIpv6(handle, nullptr, port)
-                            : netsys::bindIpv4(handle, nullptr, port);
+    const bool bound =
+        ipv6 ? netsys::bindIpv6(handle, nullptr, port) : netsys::bindIpv4(handle, nullptr, port);
     if (!bound) {
         reportBindFailure(log, handle);
         return nullptr;
@@ -130,8 +130,8 @@ ServerSocket* ServerSocket::make(Log* log, int port, const char* address) {
 
 ServerSocket* ServerSocket::make(Log* log, int port, const char* address, int backlog) {
     if (address == nullptr) {
-        netreport::error(log, Report("socket.invalidAddress",
-                                     "socket: Null address, use makeNull instead.\n"));
+        netreport::error(
+            log, Report("socket.invalidAddress", "socket: Null address, use makeNull instead.\n"));
         return nullptr;
     }
     InetAddress* bindAddress = InetAddress::getByName(address);
@@ -144,9 +144,9 @@ ServerSocket* ServerSocket::make(Log* log, int port, const char* address, int ba
     const int size = bindAddress->getStructureSize();
     if (size != 4 && size != 16) {
         delete bindAddress;
-        netreport::error(log, Report("socket.invalidAddress",
-                                     "socket: Unrecognizable address width\n")
-                                  .arg(address));
+        netreport::error(
+            log,
+            Report("socket.invalidAddress", "socket: Unrecognizable address width\n").arg(address));
         return nullptr;
     }
     const bool ipv6 = size == 16;
@@ -154,8 +154,8 @@ ServerSocket* ServerSocket::make(Log* log, int port, const char* address, int ba
     if (handle == netsys::kInvalidHandle) {
         const int number = errno;
         delete bindAddress;
-        reportNumbered(log, "socket.invalidSocket",
-                       "socket: Unable to create a server socket", number);
+        reportNumbered(log, "socket.invalidSocket", "socket: Unable to create a server socket",
+                       number);
         return nullptr;
     }
     bool ok = netsys::setReuseAddress(handle);
@@ -184,9 +184,13 @@ bool ServerSocket::isDualStackSupported() {
     return platform == 2 && major == 6;
 }
 
-Socket* ServerSocket::accept() { return acceptFamily(false); }
+Socket* ServerSocket::accept() {
+    return acceptFamily(false);
+}
 
-Socket* ServerSocket::accept6() { return acceptFamily(true); }
+Socket* ServerSocket::accept6() {
+    return acceptFamily(true);
+}
 
 Socket* ServerSocket::acceptFamily(bool ipv6) {
     unsigned char peer[16] = {};

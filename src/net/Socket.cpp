@@ -45,7 +45,9 @@ bool Socket::equals(Socket* other) {
     return handle_ == other->handle_;
 }
 
-bool Socket::isClosed() const { return handle_ == netsys::kInvalidHandle; }
+bool Socket::isClosed() const {
+    return handle_ == netsys::kInvalidHandle;
+}
 
 bool Socket::inError() const {
     return (input_ != nullptr && input_->getSocketError()) ||
@@ -68,9 +70,9 @@ Socket* Socket::make(Log* log, const char* host, int port) {
     const int size = address->getStructureSize();
     if (size != 4 && size != 16) {
         delete address;
-        netreport::error(log, Report("socket.invalidAddress",
-                                     "socket: Unrecognizable address width\n")
-                                  .arg(host));
+        netreport::error(
+            log,
+            Report("socket.invalidAddress", "socket: Unrecognizable address width\n").arg(host));
         return nullptr;
     }
     const bool ipv6 = size == 16;

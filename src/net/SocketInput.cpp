@@ -50,7 +50,9 @@ SocketInput& SocketInput::operator=(const SocketInput& other) {
     return *this;
 }
 
-bool SocketInput::isClosed() const { return socket_ == nullptr || socket_->isClosed(); }
+bool SocketInput::isClosed() const {
+    return socket_ == nullptr || socket_->isClosed();
+}
 
 bool SocketInput::fillBuffer() {
     const netsys::Handle handle = socket_->getSocketHandle();
@@ -94,7 +96,9 @@ bool SocketInput::readInt(int* out) {
     return true;
 }
 
-int SocketInput::read(char* buffer, int count) { return read(buffer, 0, count); }
+int SocketInput::read(char* buffer, int count) {
+    return read(buffer, 0, count);
+}
 
 int SocketInput::read(char* buffer, int offset, int count) {
     // Byte by byte in effect, but whole runs of the buffer are copied at once.

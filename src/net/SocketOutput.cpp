@@ -28,7 +28,9 @@ SocketOutput::SocketOutput(Socket* socket) : socket_(socket) {
     PlatformUtil::createMutex(&mutex_);
 }
 
-SocketOutput::~SocketOutput() { PlatformUtil::destroyMutex(&mutex_); }
+SocketOutput::~SocketOutput() {
+    PlatformUtil::destroyMutex(&mutex_);
+}
 
 void SocketOutput::setFlushRetries(int retries) {
     Hold hold(&mutex_);
@@ -114,7 +116,9 @@ bool SocketOutput::writeLine(const char* text) {
     return writeByte('\r') && writeByte('\n');
 }
 
-bool SocketOutput::write(const char* data, int count) { return write(data, 0, count); }
+bool SocketOutput::write(const char* data, int count) {
+    return write(data, 0, count);
+}
 
 bool SocketOutput::write(const char* data, int offset, int count) {
     if (data == nullptr) return false;

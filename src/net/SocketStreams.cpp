@@ -20,7 +20,8 @@ int SocketInputReader::getChar() {
 }
 
 void SocketInputReader::getBuf(int size, char** buf, int* len) {
-    char* block = size > 0 ? static_cast<char*>(std::calloc(static_cast<size_t>(size), 1)) : nullptr;
+    char* block =
+        size > 0 ? static_cast<char*>(std::calloc(static_cast<size_t>(size), 1)) : nullptr;
     const int got = block != nullptr ? input_->read(block, size) : 0;
     if (len != nullptr) *len = got;
     if (got > 0) {
@@ -38,6 +39,8 @@ int SocketOutputWriter::write(const char* buf, int len) {
     return output_->write(buf, len) ? len : -1;
 }
 
-bool SocketOutputWriter::write(char c) { return output_->writeByte(c); }
+bool SocketOutputWriter::write(char c) {
+    return output_->writeByte(c);
+}
 
 }  // namespace velmora

@@ -16,11 +16,23 @@ TEST(InetAddress, ClassifiesByShapeOnly) {
     EXPECT_EQ(InetAddress::getAddressType("fe80::1:abcd:EF01"), 1);
     EXPECT_EQ(InetAddress::getAddressType("::ffff:10.0.0.1"), 2);
     EXPECT_EQ(InetAddress::getAddressType("::FFFF:10.0.0.1"), 2);
-    const char* others[] = {"::Ffff:10.0.0.1", "1.2.3",     "1.2.3.4.",   "1.2.3.1234", ".1.2.3",
-                            "1..2.3",          "fe80::",    "a:b",        "1:2:3:4:5:6:7:8:9",
-                            "::12345",         "::ffff:1.2.3", "::fffe:1.2.3.4", "localhost",
-                            "",                "12"};
-    for (const char* text : others) EXPECT_EQ(InetAddress::getAddressType(text), -1) << text;
+    const char* others[] = {"::Ffff:10.0.0.1",
+                            "1.2.3",
+                            "1.2.3.4.",
+                            "1.2.3.1234",
+                            ".1.2.3",
+                            "1..2.3",
+                            "fe80::",
+                            "a:b",
+                            "1:2:3:4:5:6:7:8:9",
+                            "::12345",
+                            "::ffff:1.2.3",
+                            "::fffe:1.2.3.4",
+                            "localhost",
+                            "",
+                            "12"};
+    for (const char* text : others)
+        EXPECT_EQ(InetAddress::getAddressType(text), -1) << text;
 }
 
 TEST(InetAddress, ResolvesLiteralsAndNames) {
@@ -66,8 +78,7 @@ TEST(InetAddress, OwnConversionsAndLocalHost) {
     EXPECT_STREQ(InetAddress::inet_ntop(InetAddress::getIpv6Family(), bytes, text, sizeof text),
                  "::1");
     const unsigned char v4[4] = {192, 0, 2, 255};
-    EXPECT_STREQ(InetAddress::inet_ntop(InetAddress::getIpv4Family(), v4, text, 22),
-                 "192.0.2.255");
+    EXPECT_STREQ(InetAddress::inet_ntop(InetAddress::getIpv4Family(), v4, text, 22), "192.0.2.255");
     EXPECT_EQ(InetAddress::inet_ntop(InetAddress::getIpv4Family(), v4, text, 4), nullptr)
         << "never more than the room given";
 

@@ -31,8 +31,7 @@ int localPort(uint64_t handle) {
 int ipv6Only(uint64_t handle) {
     int value = 0;  // Wine writes only the first byte
     socklen_t length = sizeof value;
-    getsockopt(NATIVE(handle), IPPROTO_IPV6, IPV6_V6ONLY,
-               reinterpret_cast<char*>(&value), &length);
+    getsockopt(NATIVE(handle), IPPROTO_IPV6, IPV6_V6ONLY, reinterpret_cast<char*>(&value), &length);
     return value;
 }
 
@@ -69,7 +68,8 @@ int openDescriptors() {
     DIR* dir = opendir("/proc/self/fd");
     if (dir == nullptr) return -1;
     int count = 0;
-    while (readdir(dir) != nullptr) ++count;
+    while (readdir(dir) != nullptr)
+        ++count;
     closedir(dir);
     return count;
 #endif

@@ -29,7 +29,8 @@ std::string firstLine(FILE* peer) {
     char line[8192] = {};
     if (std::fgets(line, sizeof line, peer) == nullptr) return "";
     std::string s = line;
-    while (!s.empty() && (s.back() == '\n' || s.back() == '\r')) s.pop_back();
+    while (!s.empty() && (s.back() == '\n' || s.back() == '\r'))
+        s.pop_back();
     return s;
 }
 

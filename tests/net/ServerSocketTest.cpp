@@ -99,7 +99,8 @@ TEST(ServerSocket, ConcurrentClientsLeaveNoHandleBehind) {
         }
     });
     auto client = [&](int n) {
-        std::unique_ptr<Socket> s(SocketFactory::getInstance()->makeSocket(nullptr, "127.0.0.1", port));
+        std::unique_ptr<Socket> s(
+            SocketFactory::getInstance()->makeSocket(nullptr, "127.0.0.1", port));
         if (!s) return;
         const std::string sent = "client " + std::to_string(n);
         s->getOutput()->writeLine(sent.c_str());
@@ -108,10 +109,13 @@ TEST(ServerSocket, ConcurrentClientsLeaveNoHandleBehind) {
         if (echo != nullptr && sent == echo) ++answered;
         std::free(echo);
     };
-    for (int i = 0; i < kSerial; ++i) client(i);
+    for (int i = 0; i < kSerial; ++i)
+        client(i);
     std::vector<std::thread> clients;
-    for (int i = 0; i < kParallel; ++i) clients.emplace_back(client, i);
-    for (std::thread& t : clients) t.join();
+    for (int i = 0; i < kParallel; ++i)
+        clients.emplace_back(client, i);
+    for (std::thread& t : clients)
+        t.join();
     acceptor.join();
     EXPECT_EQ(answered.load(), kSerial + kParallel);
     if (before >= 0) {

@@ -111,7 +111,10 @@ TEST(SocketStreams, CharacterAdaptersAndClosedPeers) {
     test::Pair pair = test::connectPair();
     ASSERT_TRUE(pair.accepted);
     SocketOutputWriter writer(pair.client->getOutput());
-    EXPECT_EQ(writer.write("\xff" "abc", 4), 4);
+    EXPECT_EQ(writer.write("\xff"
+                           "abc",
+                           4),
+              4);
     EXPECT_TRUE(writer.write('d'));
     pair.client->getOutput()->flush();
     pair.client->close();

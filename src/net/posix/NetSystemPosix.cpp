@@ -16,7 +16,9 @@ namespace netsys {
 
 namespace {
 
-int fd(Handle handle) { return handle == kInvalidHandle ? -1 : static_cast<int>(handle); }
+int fd(Handle handle) {
+    return handle == kInvalidHandle ? -1 : static_cast<int>(handle);
+}
 
 Handle toHandle(int descriptor) {
     return descriptor < 0 ? kInvalidHandle : static_cast<Handle>(descriptor);
@@ -44,12 +46,24 @@ int waitFor(Handle handle, short events, int milliseconds) {
 
 }  // namespace
 
-int familyIpv4() { return AF_INET; }
-int familyIpv6() { return AF_INET6; }
-int addressInUseCode() { return EADDRINUSE; }
-int lastSocketError() { return errno; }
-void setLastSocketError(int code) { errno = code; }
-bool startSocketLibrary() { return true; }
+int familyIpv4() {
+    return AF_INET;
+}
+int familyIpv6() {
+    return AF_INET6;
+}
+int addressInUseCode() {
+    return EADDRINUSE;
+}
+int lastSocketError() {
+    return errno;
+}
+void setLastSocketError(int code) {
+    errno = code;
+}
+bool startSocketLibrary() {
+    return true;
+}
 
 bool resolve(int family, const char* text, unsigned char* out) {
     addrinfo hints = {};
@@ -89,7 +103,9 @@ bool numericHost(int family, const unsigned char* address, char* out, int size) 
                        static_cast<socklen_t>(size), nullptr, 0, NI_NUMERICHOST) == 0;
 }
 
-Handle openStream(bool ipv6) { return toHandle(socket(ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM, 0)); }
+Handle openStream(bool ipv6) {
+    return toHandle(socket(ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM, 0));
+}
 
 bool connectIpv4(Handle handle, const unsigned char address[4], int port) {
     sockaddr_in in = {};
@@ -107,11 +123,19 @@ bool connectIpv6AsKept(Handle handle) {
     return false;
 }
 
-void shutdownBoth(Handle handle) { shutdown(fd(handle), SHUT_RDWR); }
-void closeHandle(Handle handle) { ::close(fd(handle)); }
+void shutdownBoth(Handle handle) {
+    shutdown(fd(handle), SHUT_RDWR);
+}
+void closeHandle(Handle handle) {
+    ::close(fd(handle));
+}
 
-int waitReadable(Handle handle, int milliseconds) { return waitFor(handle, POLLIN, milliseconds); }
-int waitWritable(Handle handle, int milliseconds) { return waitFor(handle, POLLOUT, milliseconds); }
+int waitReadable(Handle handle, int milliseconds) {
+    return waitFor(handle, POLLIN, milliseconds);
+}
+int waitWritable(Handle handle, int milliseconds) {
+    return waitFor(handle, POLLOUT, milliseconds);
+}
 
 int receive(Handle handle, char* buffer, int size) {
     ssize_t n;
@@ -131,7 +155,9 @@ int sendBytes(Handle handle, const char* data, int size) {
     return static_cast<int>(send(fd(handle), data, static_cast<size_t>(size), MSG_NOSIGNAL));
 }
 
-bool pendingBytes(Handle handle, int* count) { return ioctl(fd(handle), FIONREAD, count) == 0; }
+bool pendingBytes(Handle handle, int* count) {
+    return ioctl(fd(handle), FIONREAD, count) == 0;
+}
 
 bool setReuseAddress(Handle handle) {
     int on = 1;
@@ -163,7 +189,9 @@ bool bindIpv6(Handle handle, const unsigned char* address, int port) {
     return bind(fd(handle), reinterpret_cast<sockaddr*>(&in6), sizeof in6) == 0;
 }
 
-bool listenOn(Handle handle, int backlog) { return listen(fd(handle), backlog) == 0; }
+bool listenOn(Handle handle, int backlog) {
+    return listen(fd(handle), backlog) == 0;
+}
 
 Handle acceptIpv4(Handle handle, unsigned char peer[4]) {
     sockaddr_in in = {};
@@ -193,9 +221,13 @@ bool parseIpv4Literal(const char* text, unsigned char out[4]) {
     return true;
 }
 
-bool lookupIpv4Name(const char* name, unsigned char out[4]) { return resolve(AF_INET, name, out); }
+bool lookupIpv4Name(const char* name, unsigned char out[4]) {
+    return resolve(AF_INET, name, out);
+}
 
-Handle openRawIcmp() { return toHandle(socket(AF_INET, SOCK_RAW, IPPROTO_ICMP)); }
+Handle openRawIcmp() {
+    return toHandle(socket(AF_INET, SOCK_RAW, IPPROTO_ICMP));
+}
 
 bool sendToIpv4(Handle handle, const unsigned char address[4], const void* data, int size) {
     sockaddr_in in = {};
@@ -205,7 +237,9 @@ bool sendToIpv4(Handle handle, const unsigned char address[4], const void* data,
                   sizeof in) == size;
 }
 
-int processId() { return static_cast<int>(getpid()); }
+int processId() {
+    return static_cast<int>(getpid());
+}
 
 }  // namespace netsys
 }  // namespace velmora

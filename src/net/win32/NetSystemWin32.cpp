@@ -13,7 +13,9 @@ namespace netsys {
 
 namespace {
 
-SOCKET sock(Handle handle) { return static_cast<SOCKET>(handle); }
+SOCKET sock(Handle handle) {
+    return static_cast<SOCKET>(handle);
+}
 
 int waitFor(Handle handle, bool write, int milliseconds) {
     fd_set set;
@@ -28,11 +30,21 @@ int waitFor(Handle handle, bool write, int milliseconds) {
 
 }  // namespace
 
-int familyIpv4() { return AF_INET; }
-int familyIpv6() { return AF_INET6; }
-int addressInUseCode() { return WSAEADDRINUSE; }
-int lastSocketError() { return WSAGetLastError(); }
-void setLastSocketError(int code) { WSASetLastError(code); }
+int familyIpv4() {
+    return AF_INET;
+}
+int familyIpv6() {
+    return AF_INET6;
+}
+int addressInUseCode() {
+    return WSAEADDRINUSE;
+}
+int lastSocketError() {
+    return WSAGetLastError();
+}
+void setLastSocketError(int code) {
+    WSASetLastError(code);
+}
 
 bool startSocketLibrary() {
     WSADATA data;
@@ -73,8 +85,8 @@ bool numericHost(int family, const unsigned char* address, char* out, int size) 
     } else {
         return false;
     }
-    return getnameinfo(reinterpret_cast<sockaddr*>(&storage), length, out,
-                       static_cast<DWORD>(size), nullptr, 0, NI_NUMERICHOST) == 0;
+    return getnameinfo(reinterpret_cast<sockaddr*>(&storage), length, out, static_cast<DWORD>(size),
+                       nullptr, 0, NI_NUMERICHOST) == 0;
 }
 
 Handle openStream(bool ipv6) {
@@ -97,13 +109,23 @@ bool connectIpv6AsKept(Handle handle) {
     return false;
 }
 
-void shutdownBoth(Handle handle) { shutdown(sock(handle), SD_BOTH); }
-void closeHandle(Handle handle) { closesocket(sock(handle)); }
+void shutdownBoth(Handle handle) {
+    shutdown(sock(handle), SD_BOTH);
+}
+void closeHandle(Handle handle) {
+    closesocket(sock(handle));
+}
 
-int waitReadable(Handle handle, int milliseconds) { return waitFor(handle, false, milliseconds); }
-int waitWritable(Handle handle, int milliseconds) { return waitFor(handle, true, milliseconds); }
+int waitReadable(Handle handle, int milliseconds) {
+    return waitFor(handle, false, milliseconds);
+}
+int waitWritable(Handle handle, int milliseconds) {
+    return waitFor(handle, true, milliseconds);
+}
 
-int receive(Handle handle, char* buffer, int size) { return recv(sock(handle), buffer, size, 0); }
+int receive(Handle handle, char* buffer, int size) {
+    return recv(sock(handle), buffer, size, 0);
+}
 
 int peekByte(Handle handle) {
     char c;
@@ -153,7 +175,9 @@ bool bindIpv6(Handle handle, const unsigned char* address, int port) {
     return bind(sock(handle), reinterpret_cast<sockaddr*>(&in6), sizeof in6) == 0;
 }
 
-bool listenOn(Handle handle, int backlog) { return listen(sock(handle), backlog) == 0; }
+bool listenOn(Handle handle, int backlog) {
+    return listen(sock(handle), backlog) == 0;
+}
 
 Handle acceptIpv4(Handle handle, unsigned char peer[4]) {
     sockaddr_in in = {};
@@ -200,7 +224,9 @@ bool lookupIpv4Name(const char* name, unsigned char out[4]) {
     return true;
 }
 
-Handle openRawIcmp() { return static_cast<Handle>(socket(AF_INET, SOCK_RAW, IPPROTO_ICMP)); }
+Handle openRawIcmp() {
+    return static_cast<Handle>(socket(AF_INET, SOCK_RAW, IPPROTO_ICMP));
+}
 
 bool sendToIpv4(Handle handle, const unsigned char address[4], const void* data, int size) {
     sockaddr_in in = {};
@@ -210,7 +236,9 @@ bool sendToIpv4(Handle handle, const unsigned char address[4], const void* data,
                   reinterpret_cast<sockaddr*>(&in), sizeof in) == size;
 }
 
-int processId() { return static_cast<int>(GetCurrentProcessId()); }
+int processId() {
+    return static_cast<int>(GetCurrentProcessId());
+}
 
 }  // namespace netsys
 }  // namespace velmora
