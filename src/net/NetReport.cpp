@@ -6,8 +6,8 @@
 
 #include "net/NetSystem.h"
 
-#if __has_include(<velmora/log/Log.h>)
-#include <velmora/log/ErrorHandler.h>
+#if __has_include(<velmora/log/Log.h>) && __has_include(<velmora/log/MessageBundle.h>) && \
+    __has_include(<velmora/log/SystemErrorFactory.h>)
 #include <velmora/log/Log.h>
 #include <velmora/log/MessageBundle.h>
 #include <velmora/log/SystemErrorFactory.h>
