@@ -12,7 +12,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (type < -1 || type > 2) std::abort();
     if (type == 0) {
         int groups = 1;
-        for (char c : std::string(text.c_str())) groups += c == '.';
+        for (char c : std::string(text.c_str()))
+            groups += c == '.';
         if (groups != 4) std::abort();
     }
     return 0;

@@ -108,12 +108,9 @@ bool SocketOutput::writeString(const char* text) {
 
 bool SocketOutput::writeLine(const char* text) {
     Hold hold(&mutex_);
-    if (text != nullptr) {
-        for (const char* p = text; *p != '\0'; ++p) {
-            if (!writeByte(*p)) return false;
-        }
-    }
-    return writeByte('\r') && writeByte('\n');
+    const int length = text != nullptr ? static_cast<int>(std::strlen(text)) : 0;
+    if (length > 0 && !writeLocked(text, length)) return false;
+    return writeLocked("\r\n", 2);
 }
 
 bool SocketOutput::write(const char* data, int count) {

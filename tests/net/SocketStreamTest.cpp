@@ -11,6 +11,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "NetTestSupport.h"
 
@@ -141,4 +143,32 @@ TEST(SocketStreams, CharacterAdaptersAndClosedPeers) {
     EXPECT_TRUE(pair.accepted->equals(pair.accepted.get()));
     EXPECT_FALSE(pair.accepted->equals(pair.client.get()));
     EXPECT_FALSE(pair.accepted->equals(nullptr));
+}
+
+// Writers sharing one output: each line reaches the peer whole, never mixed with another.
+TEST(SocketStreams, ConcurrentWritersKeepEveryLineWhole) {
+    test::Pair pair = test::connectPair();
+    ASSERT_TRUE(pair.accepted);
+    SocketOutput* out = pair.client->getOutput();
+    const int kWriters = 4, kLines = 200;
+    int whole = 0;
+    std::thread reader([&] {
+        for (int i = 0; i < kWriters * kLines; ++i) {
+            const std::string line = take(pair.accepted->getInput()->readLine());
+            if (line.size() == 100 && line == std::string(100, line[0])) ++whole;
+        }
+    });
+    std::vector<std::thread> writers;
+    for (int w = 0; w < kWriters; ++w) {
+        writers.emplace_back([out, w] {
+            const std::string line(100, static_cast<char>('a' + w));
+            for (int i = 0; i < kLines; ++i)
+                out->writeLine(line.c_str());
+        });
+    }
+    for (std::thread& t : writers)
+        t.join();
+    out->flush();
+    reader.join();
+    EXPECT_EQ(whole, kWriters * kLines);
 }
