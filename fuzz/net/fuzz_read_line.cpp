@@ -17,10 +17,15 @@
 
 namespace {
 
-int portOf(uint64_t handle) {
+int portOf(uint64_t handle, bool remote = false) {
     sockaddr_in address = {};
     socklen_t length = sizeof address;
-    getsockname(static_cast<int>(handle), reinterpret_cast<sockaddr*>(&address), &length);
+    auto* raw = reinterpret_cast<sockaddr*>(&address);
+    if (remote) {
+        getpeername(static_cast<int>(handle), raw, &length);
+    } else {
+        getsockname(static_cast<int>(handle), raw, &length);
+    }
     return ntohs(address.sin_port);
 }
 
@@ -32,7 +37,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size == 0 || size > 16384) return 0;  // stays within the loopback buffers
     std::unique_ptr<velmora::Socket> client(velmora::Socket::make(nullptr, "127.0.0.1", port));
     if (!client) return 0;
-    std::unique_ptr<velmora::Socket> peer(server->accept());
+    // A connect cut short by a signal (the fuzzer's own timer) may still have reached the
+    // listener; such leftovers are skipped, so that each input is read on its own connection.
+    const int clientPort = portOf(client->getSocketHandle());
+    std::unique_ptr<velmora::Socket> peer;
+    for (int tries = 0; tries < 8 && !peer; ++tries) {
+        peer.reset(server->accept());
+        if (!peer) return 0;
+        if (portOf(peer->getSocketHandle(), true) != clientPort) peer.reset();
+    }
     if (!peer) return 0;
     // The first byte picks the reader; the rest is what the peer sends.
     const char mode = static_cast<char>(data[0]);
