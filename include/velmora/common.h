@@ -11,6 +11,17 @@
 #include <velmora/files/DirectoryListing.h>
 #include <velmora/files/FileUtil.h>
 #include <velmora/http/Http.h>
+#include <velmora/log/ErrorHandler.h>
+#include <velmora/log/FilteredLog.h>
+#include <velmora/log/FilteredLogBundle.h>
+#include <velmora/log/Log.h>
+#include <velmora/log/LogBuffer.h>
+#include <velmora/log/MessageBundle.h>
+#include <velmora/log/MulticastLog.h>
+#include <velmora/log/NullLog.h>
+#include <velmora/log/PlatLog.h>
+#include <velmora/log/SystemErrorFactory.h>
+#include <velmora/log/SystemLog.h>
 #include <velmora/net/Icmp.h>
 #include <velmora/net/InetAddress.h>
 #include <velmora/net/ServerSocket.h>

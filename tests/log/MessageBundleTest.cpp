@@ -1,0 +1,141 @@
+#include <velmora/log/NullLog.h>
+#include <velmora/log/SystemErrorFactory.h>
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#ifdef _WIN32
+#include <windows.h>
+#include <winsock2.h>
+#endif
+
+using velmora::MessageArgument;
+using velmora::MessageBundle;
+using velmora::NullLog;
+using velmora::SystemErrorFactory;
+
+namespace {
+
+std::vector<std::string> arguments(const MessageBundle& b) {
+    std::vector<std::string> all;
+    for (const MessageArgument* a = b.getArguments(); a != nullptr; a = a->next) {
+        all.push_back(a->value);
+    }
+    return all;
+}
+
+void setLastError(unsigned long code) {
+#ifdef _WIN32
+    SetLastError(code);
+#else
+    errno = static_cast<int>(code);
+#endif
+}
+
+void setLastSocketError(int code) {
+#ifdef _WIN32
+    WSASetLastError(code);
+#else
+    errno = code;
+#endif
+}
+
+std::string winsockName(int code) {
+    setLastSocketError(code);
+    char* name = SystemErrorFactory::getWinsockErrorString();
+    std::string copy = name;
+    std::free(name);
+    return copy;
+}
+
+}  // namespace
+
+// Bundles own copies: the reporter's buffers and the original may go, the order of the
+// arguments survives a copy, and only module plus key makes a bundle localised.
+TEST(MessageBundle, DeepCopyKeepsEverythingInOrder) {
+    char module[] = "platform";
+    char key[] = "socket.unableToConnect";
+    char text[] = "socket: Unable to connect\n";
+    auto* original = new MessageBundle(module, key, "host", text);
+    original->addLexiconArgument(-42);
+    original->addLexiconArgument("third");
+    std::memset(module, 'x', sizeof module - 1);
+    std::memset(text, 'x', sizeof text - 1);
+    MessageBundle copy(original);
+    delete original;
+    EXPECT_STREQ(copy.getModule(), "platform");
+    EXPECT_STREQ(copy.getKey(), "socket.unableToConnect");
+    EXPECT_STREQ(copy.getText(), "socket: Unable to connect\n");
+    EXPECT_EQ(arguments(copy), (std::vector<std::string>{"host", "-42", "third"}));
+    EXPECT_TRUE(copy.isLocalized());
+
+    MessageBundle textOnly(static_cast<const char*>(nullptr));
+    EXPECT_EQ(textOnly.getText(), nullptr);
+    EXPECT_FALSE(MessageBundle("platform", nullptr, "t").isLocalized());
+    EXPECT_EQ(MessageBundle("platform", "k", 7, "t").getArgumentCount(), 1);
+}
+
+// A handler keeps one copy of the last error; text reports become text-only bundles.
+TEST(ErrorHandler, KeepsOnlyTheLastErrorAsACopy) {
+    NullLog* log = NullLog::getInstance();
+    log->clearError();
+    log->clearError();  // nothing recorded: harmless
+    EXPECT_EQ(log->getLastError(), nullptr);
+    {
+        MessageBundle first("platform", "a.first", "first");
+        log->error(&first);
+    }
+    log->error("second\n");
+    ASSERT_NE(log->getLastError(), nullptr);
+    EXPECT_STREQ(log->getLastError()->getText(), "second\n");
+    EXPECT_FALSE(log->getLastError()->isLocalized());
+    log->warning("not an error");
+    EXPECT_STREQ(log->getLastError()->getText(), "second\n");
+    NullLog::unload();
+    EXPECT_EQ(NullLog::getInstance()->getLastError(), nullptr) << "a fresh instance";
+}
+
+// System errors carry the system's own text as argument and in the formatted text.
+TEST(SystemErrorFactory, ReportsSystemTextsUnderOneKey) {
+    NullLog* log = NullLog::getInstance();
+    SystemErrorFactory::error(log, 0ul);
+    MessageBundle* e = log->getLastError();
+    ASSERT_NE(e, nullptr);
+    EXPECT_STREQ(e->getText(), "A system error has occurred -> Unknown System Error");
+    EXPECT_EQ(arguments(*e), std::vector<std::string>{"Unknown System Error"});
+
+    setLastError(2);  // no such file, on both systems
+    SystemErrorFactory::error(log);
+    e = log->getLastError();
+    EXPECT_STREQ(e->getModule(), "platform");
+    EXPECT_STREQ(e->getKey(), "native.systemError");
+    ASSERT_EQ(e->getArgumentCount(), 1);
+    std::string systemText = e->getArguments()->value;
+    EXPECT_FALSE(systemText.empty());
+    EXPECT_EQ(std::string(e->getText()), "System Error: " + systemText + "\n");
+
+    setLastError(2);
+    SystemErrorFactory::error(log, "Cannot open x:");
+    EXPECT_EQ(std::string(log->getLastError()->getText()), "Cannot open x: " + systemText);
+    EXPECT_FALSE(log->getLastError()->isLocalized());
+    setLastError(0);
+    SystemErrorFactory::error(log, "Cannot open y:");
+    EXPECT_STREQ(log->getLastError()->getText(), "Cannot open y:");
+    NullLog::unload();
+}
+
+// Names follow the Winsock constants, with 10110 deliberately named like 10035.
+TEST(SystemErrorFactory, WinsockNamesAndNumbers) {
+    EXPECT_EQ(winsockName(10035), "WSAEWOULDBLOCK");
+    EXPECT_EQ(winsockName(10110), "WSAEWOULDBLOCK");
+    EXPECT_EQ(winsockName(10061), "WSAECONNREFUSED");
+    EXPECT_EQ(winsockName(11004), "WSANO_DATA");
+    EXPECT_EQ(winsockName(10080), "10080");
+    EXPECT_EQ(winsockName(10013), "10013");
+    EXPECT_EQ(winsockName(0), "0");
+}
