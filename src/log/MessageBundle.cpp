@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <velmora/xml/XWriter.h>
+
 namespace velmora {
 
 namespace {
@@ -68,6 +70,25 @@ void MessageBundle::addLexiconArgument(int value) {
     char number[16];
     std::snprintf(number, sizeof number, "%d", value);
     appendArgument(number);
+}
+
+void MessageBundle::appendXML(XWriter* out) {
+    if (out == nullptr) return;
+    out->w("<message>\n");
+    out->w("<nonlocalized ")->attr("text", text_ != nullptr ? text_ : "")->w("/>\n");
+    if (isLocalized()) {
+        out->w("<localized ")->attr("module", module_)->w(" ")->attr("key", key_);
+        if (arguments_ == nullptr) {
+            out->w("/>\n");
+        } else {
+            out->w(">\n");
+            for (const MessageArgument* a = arguments_; a != nullptr; a = a->next) {
+                out->w("<lexArg ")->attr("value", a->value)->w("/>\n");
+            }
+            out->w("</localized>\n");
+        }
+    }
+    out->w("</message>\n");
 }
 
 int MessageBundle::getArgumentCount() const {

@@ -1,5 +1,7 @@
 #include <velmora/log/NullLog.h>
 #include <velmora/log/SystemErrorFactory.h>
+#include <velmora/text/StringWriter.h>
+#include <velmora/xml/XWriter.h>
 
 #include <gtest/gtest.h>
 
@@ -9,6 +11,9 @@
 #include <string>
 #include <vector>
 
+#ifdef VELMORA_TEST_EXPAT
+#include <expat.h>
+#endif
 #ifdef _WIN32
 // winsock2.h must come before windows.h.
 #include <winsock2.h>
@@ -141,3 +146,79 @@ TEST(SystemErrorFactory, WinsockNamesAndNumbers) {
     EXPECT_EQ(winsockName(10013), "10013");
     EXPECT_EQ(winsockName(0), "0");
 }
+
+// The XML form: text-only bundles have no localized element, one without arguments a
+// self-closing one, and a null text is written as an empty attribute.
+TEST(MessageBundle, AppendXmlLayout) {
+    velmora::StringWriter text;
+    velmora::XWriter out(&text);
+    MessageBundle(static_cast<const char*>(nullptr)).appendXML(&out);
+    MessageBundle("platform", "a.key", "t").appendXML(&out);
+    MessageBundle("platform", nullptr, "no key").appendXML(&out);
+    MessageBundle withArguments("platform", "a.key", "x\"y", "t");
+    withArguments.addLexiconArgument(2);
+    withArguments.appendXML(&out);
+    EXPECT_STREQ(text.getString(),
+                 "<message>\n<nonlocalized text=\"\"/>\n</message>\n"
+                 "<message>\n<nonlocalized text=\"t\"/>\n"
+                 "<localized module=\"platform\" key=\"a.key\"/>\n</message>\n"
+                 "<message>\n<nonlocalized text=\"no key\"/>\n</message>\n"
+                 "<message>\n<nonlocalized text=\"t\"/>\n"
+                 "<localized module=\"platform\" key=\"a.key\">\n"
+                 "<lexArg value=\"x&#x22;y\"/>\n<lexArg value=\"2\"/>\n</localized>\n</message>\n");
+}
+
+#ifdef VELMORA_TEST_EXPAT
+namespace {
+
+// Collects every attribute as "element.name=value".
+void XMLCALL collect(void* data, const XML_Char* name, const XML_Char** attrs) {
+    auto* seen = static_cast<std::vector<std::string>*>(data);
+    for (int i = 0; attrs[i] != nullptr; i += 2) {
+        seen->push_back(std::string(name) + "." + attrs[i] + "=" + attrs[i + 1]);
+    }
+}
+
+// Bytes above 127 are written as references to the code points of the same number, so a
+// parser hands them back as UTF-8.
+std::string latin1ToUtf8(const std::string& s) {
+    std::string out;
+    for (unsigned char c : s) {
+        if (c < 0x80) {
+            out += static_cast<char>(c);
+        } else {
+            out += static_cast<char>(0xC0 | (c >> 6));
+            out += static_cast<char>(0x80 | (c & 0x3F));
+        }
+    }
+    return out;
+}
+
+}  // namespace
+
+// Hostile texts still make well-formed XML that a parser reads back to the same texts.
+// (Only tab, line feed and carriage return among the control bytes: XML has no way to
+// carry the others, whose references a parser must refuse.)
+TEST(MessageBundle, HostileTextsRoundTripThroughAnXmlParser) {
+    const std::string hostile = "q\"a'<b>&c;]]>\t\n\r\xe9\xff end";
+    MessageBundle bundle("platform", "k<&>", hostile.c_str(), hostile.c_str());
+    bundle.addLexiconArgument("'\"");
+    velmora::StringWriter text;
+    velmora::XWriter out(&text);
+    out.w("<all>");
+    bundle.appendXML(&out);
+    out.w("</all>");
+    std::vector<std::string> seen;
+    XML_Parser parser = XML_ParserCreate(nullptr);
+    XML_SetUserData(parser, &seen);
+    XML_SetStartElementHandler(parser, collect);
+    int ok = XML_Parse(parser, text.getString(), text.getLength(), 1);
+    EXPECT_EQ(ok, XML_STATUS_OK) << XML_ErrorString(XML_GetErrorCode(parser)) << "\n"
+                                 << text.getString();
+    XML_ParserFree(parser);
+    std::string h = latin1ToUtf8(hostile);
+    EXPECT_EQ(seen, (std::vector<std::string>{"nonlocalized.text=" + h, "localized.module=platform",
+                                              "localized.key=k<&>", "lexArg.value=" + h,
+                                              "lexArg.value='\""}));
+}
+#endif

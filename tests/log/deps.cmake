@@ -23,3 +23,8 @@ if(NOT CMAKE_CROSSCOMPILING AND NOT VELMORA_SANITIZE AND VELMORA_JAVA_HOME
             $<TARGET_FILE:velmora_platlog_probe>)
     set_tests_properties(log.jvm.PlatLogReachesTheJavaLog PROPERTIES TIMEOUT 120)
 endif()
+# The XML form of bundles is also read back by expat, natively.
+if(NOT CMAKE_CROSSCOMPILING)
+    target_link_libraries(${exe} PRIVATE expat)
+    target_compile_definitions(${exe} PRIVATE VELMORA_TEST_EXPAT)
+endif()

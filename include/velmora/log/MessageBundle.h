@@ -36,6 +36,15 @@ public:
     // Appends a copy at the end of the argument list; `value` must not be null.
     void addLexiconArgument(const char* value);
     void addLexiconArgument(int value);
+    // Writes the bundle as XML, each line ending in a line feed:
+    //   <message>
+    //   <nonlocalized text="..."/>
+    //   <localized module="..." key="...">      (only when localised; "/>" without
+    //   <lexArg value="..."/>                    arguments)
+    //   </localized>
+    //   </message>
+    // A null text is written as text="".
+    void appendXML(XWriter* out);
 
     const char* getModule() const { return module_; }
     const char* getKey() const { return key_; }
