@@ -36,24 +36,18 @@ std::vector<std::string> arguments(const MessageBundle& b) {
     return all;
 }
 
+// Sets the last system error and the last socket error (one value off Windows).
 void setLastError(unsigned long code) {
 #ifdef _WIN32
     SetLastError(code);
+    WSASetLastError(static_cast<int>(code));
 #else
     errno = static_cast<int>(code);
 #endif
 }
 
-void setLastSocketError(int code) {
-#ifdef _WIN32
-    WSASetLastError(code);
-#else
-    errno = code;
-#endif
-}
-
 std::string winsockName(int code) {
-    setLastSocketError(code);
+    setLastError(static_cast<unsigned long>(code));
     char* name = SystemErrorFactory::getWinsockErrorString();
     std::string copy = name;
     std::free(name);
