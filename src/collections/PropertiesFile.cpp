@@ -107,9 +107,8 @@ void PropertiesFile::unlock() {
 bool PropertiesFile::load() {
     Map* map = getMap();
     if (map == nullptr) return false;
-    // Taken before reading: a change made while the file is read shows as a later time
-    // and is loaded next time.
-    // The time is compared under the lock, so that two threads loading at once agree.
+    // The time is read under the lock (two threads loading at once agree) and before the
+    // text, so that a change made while the file is read shows as a later time next time.
     StoreLock hold(this);
     int64_t time = 0;
     bool timeKnown = fs::modificationTime(path_, &time);
