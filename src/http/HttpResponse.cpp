@@ -1,6 +1,9 @@
 #include <velmora/http/HttpResponse.h>
 
+#include <velmora/log/MessageBundle.h>
 #include <velmora/net/SocketOutput.h>
+#include <velmora/text/StringWriter.h>
+#include <velmora/xml/XWriter.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -104,6 +107,18 @@ void HttpResponse::sendError(int status, const char* message) {
     body += message != nullptr ? message : getReasonPhrase(status);
     body += "</h1>\n</body>\n</html>";
     sendBody(body.data(), static_cast<int>(body.size()), "text/html");
+}
+
+void HttpResponse::sendErrorXML(int status, MessageBundle* message) {
+    if (!prepareError(status, nullptr)) return;
+    StringWriter body(4096);
+    {
+        XWriter out(&body);  // closes `body` when it goes; the text stays readable
+        out.prolog()->w("<error ")->attrf("code", "%d", 16, status)->w(">\n");
+        if (message != nullptr) message->appendXML(&out);
+        out.w("</error>\n");
+    }
+    sendBody(body.getString(), body.getLength(), "text/xml");
 }
 
 void HttpResponse::addConstantHeaderField(const char* name, const char* value) {

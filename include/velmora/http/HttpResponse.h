@@ -18,6 +18,8 @@
 
 namespace velmora {
 
+class MessageBundle;
+
 class VELMORA_API HttpResponse : public HttpMessage {
 public:
     explicit HttpResponse(SocketOutput* output);
@@ -36,6 +38,9 @@ public:
     // An HTML page "<status>: <message or phrase>"; 1xx, 204 and 304 send the head only,
     // 403, 404 and 500 also close the connection.
     void sendError(int status, const char* message);
+    // As sendError with an XML body: the prolog, then <error code="status"> holding the
+    // bundle's XML form; the reason is the table phrase.
+    void sendErrorXML(int status, MessageBundle* message);
 
     // Fields written into every response after "Velmora-Platform: NT", in the order added.
     static void addConstantHeaderField(const char* name, const char* value);

@@ -1,0 +1,65 @@
+#!/usr/bin/env bash
+# Benchmark (not a test): wrk against velmorad's GET /status and against nginx (one
+# worker) serving a reply of the same size, with keep-alive and with Connection: close,
+# in the same run. Prints requests per second, p99 latency and the ratio to nginx.
+#   scripts/bench-daemon.sh [seconds per run, default 10]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+seconds="${1:-10}"
+need=()
+for p in wrk nginx-light; do
+    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || need+=("$p")
+done
+if [ ${#need[@]} -gt 0 ]; then
+    DEBIAN_FRONTEND=noninteractive apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${need[@]}" >/dev/null
+fi
+cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release -DVELMORA_BUILD_TESTS=OFF >/dev/null
+cmake --build build/release --target velmorad >/dev/null
+
+work=$(mktemp -d)
+trap 'kill $daemon_pid 2>/dev/null || true; nginx -p "$work" -c "$work/nginx.conf" -s stop 2>/dev/null || true; rm -rf "$work"' EXIT
+build/release/tools/velmorad/velmorad --port 0 --home "$work/home" >"$work/daemon.out" &
+daemon_pid=$!
+for _ in $(seq 50); do grep -q listening "$work/daemon.out" 2>/dev/null && break; sleep 0.1; done
+port=$(sed -n 's|.*http://127.0.0.1:\([0-9]*\)/.*|\1|p' "$work/daemon.out" | head -n1)
+curl -s "http://127.0.0.1:$port/status" >"$work/status.xml"
+
+# nginx serves a file of the same size as the daemon's answer.
+nginx_port=$((port + 1))
+mkdir -p "$work/www" "$work/logs"
+cp "$work/status.xml" "$work/www/status"
+cat >"$work/nginx.conf" <<CONF
+worker_processes 1;
+pid $work/nginx.pid;
+error_log $work/logs/error.log;
+events { worker_connections 1024; }
+http {
+    access_log off;
+    server {
+        listen 127.0.0.1:$nginx_port;
+        root $work/www;
+        default_type text/xml;
+    }
+}
+CONF
+nginx -p "$work" -c "$work/nginx.conf"
+
+run() {  # url, extra wrk arguments...; prints "rps p99"
+    local url=$1; shift
+    wrk -t2 -c16 -d"${seconds}s" --latency "$@" "$url" >"$work/wrk.out"
+    local rps p99
+    rps=$(awk '/Requests\/sec/ {print $2}' "$work/wrk.out")
+    p99=$(awk '$1 == "99%" {print $2}' "$work/wrk.out")
+    echo "$rps $p99"
+}
+printf '%-12s %14s %10s %14s %10s %7s\n' mode "velmorad rps" p99 "nginx rps" p99 ratio
+for mode in keep-alive close; do
+    extra=()
+    [ "$mode" = close ] && extra=(-H "Connection: close")
+    read -r v_rps v_p99 < <(run "http://127.0.0.1:$port/status" "${extra[@]}")
+    read -r n_rps n_p99 < <(run "http://127.0.0.1:$nginx_port/status" "${extra[@]}")
+    ratio=$(awk -v a="$v_rps" -v b="$n_rps" 'BEGIN { printf "%.2f", a / b }')
+    printf '%-12s %14s %10s %14s %10s %7s\n' "$mode" "$v_rps" "$v_p99" "$n_rps" "$n_p99" "$ratio"
+done
+echo "target: ratio >= 0.50 in both modes"

@@ -1,0 +1,279 @@
+#!/usr/bin/env python3
+"""Drives a running velmorad on an ephemeral loopback port with clients nobody here
+wrote (Python's http.client and curl): every endpoint, HEAD, keep-alive, bad requests,
+a slow client, a concurrent load, and a clean stop.
+
+    test_velmorad.py [--launcher PROGRAM] PATH-TO-VELMORAD
+
+With a launcher (Wine for the Windows build) the descriptor and memory checks are left
+out, since the daemon's process is then the launcher's.
+"""
+import http.client
+import os
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import unittest
+import xml.etree.ElementTree as ET
+
+DAEMON = None
+LAUNCHER = []
+
+
+class Daemon:
+    def __init__(self):
+        self.home = tempfile.mkdtemp(prefix="velmorad-test-")
+        os.makedirs(os.path.join(self.home, "lib"))
+        with open(os.path.join(self.home, "lib", "velmorad.properties"), "w") as f:
+            f.write("maxConnections=24\nreadTimeoutMs=1500\nrequestDeadlineMs=2500\n")
+        self.proc = subprocess.Popen(
+            LAUNCHER + [DAEMON, "--port", "0", "--home", self.home],
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        line = self.proc.stdout.readline()
+        if "listening on http://127.0.0.1:" not in line:
+            self.proc.kill()
+            raise RuntimeError("daemon did not start: %r %r" % (line, self.proc.stderr.read()))
+        self.port = int(line.strip().rstrip("/").rsplit(":", 1)[1])
+        self.log_line = self.proc.stdout.readline()
+
+    def conn(self):
+        return http.client.HTTPConnection("127.0.0.1", self.port, timeout=10)
+
+    def get(self, path, method="GET"):
+        c = self.conn()
+        c.request(method, path)
+        r = c.getresponse()
+        body = r.read()
+        c.close()
+        return r, body
+
+    def raw(self, data, wait=5.0):
+        """Sends bytes on a fresh connection and returns all the daemon answered."""
+        s = socket.create_connection(("127.0.0.1", self.port), timeout=wait)
+        s.sendall(data)
+        out = b""
+        try:
+            while True:
+                chunk = s.recv(65536)
+                if not chunk:
+                    break
+                out += chunk
+        except socket.timeout:
+            pass
+        s.close()
+        return out
+
+    def fds(self):
+        if LAUNCHER:
+            return 0
+        return len(os.listdir("/proc/%d/fd" % self.proc.pid))
+
+    def rss_kb(self):
+        if LAUNCHER:
+            return 0
+        with open("/proc/%d/status" % self.proc.pid) as f:
+            for line in f:
+                if line.startswith("VmRSS:"):
+                    return int(line.split()[1])
+        return 0
+
+    def stop(self):
+        self.proc.send_signal(signal.SIGTERM)
+        try:
+            code = self.proc.wait(timeout=15)
+        except subprocess.TimeoutExpired:
+            self.proc.kill()
+            code = None
+        shutil.rmtree(self.home, ignore_errors=True)
+        return code
+
+
+class VelmoradTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.d = Daemon()
+
+    @classmethod
+    def tearDownClass(cls):
+        code = cls.d.stop()
+        if code != 0 and not LAUNCHER:
+            raise AssertionError("daemon did not stop cleanly on SIGTERM: %r" % code)
+
+    def test_endpoints_answer_with_their_documents(self):
+        d = self.d
+        self.assertIn("velmorad.log", d.log_line)
+        r, body = d.get("/")
+        self.assertEqual(r.status, 200)
+        self.assertIn(b"/ping-all", body)
+        self.assertEqual(r.getheader("Content-Type"), "text/html")
+
+        r, body = d.get("/status")
+        self.assertEqual(r.status, 200)
+        status = ET.fromstring(body)
+        self.assertEqual(status.tag, "status")
+        self.assertGreaterEqual(int(status.get("requests")), 1)
+        self.assertGreaterEqual(int(status.get("connections")), 1)
+        self.assertEqual(r.getheader("Server"), "Velmora Web Server/3.0")
+
+        r, body = d.get("/ping?host=127.0.0.1&timeout=1")
+        ping = ET.fromstring(body)
+        self.assertEqual(ping.get("host"), "127.0.0.1")
+        if os.geteuid() == 0:
+            self.assertGreaterEqual(int(ping.get("time")), 0, body)
+        else:
+            self.assertEqual(ping.get("time"), "-1")
+        r, body = d.get("/ping")
+        self.assertEqual(r.status, 400)
+
+        r, body = d.get("/ping-all?hosts=127.0.0.1,127.0.0.1")
+        self.assertEqual(r.status, 200)
+        self.assertIsNone(r.getheader("Content-Length"))
+        log = ET.fromstring(body)
+        self.assertEqual(log.tag, "log")
+        self.assertEqual(len(list(log)), 2, body)
+
+        r, body = d.get("/network")
+        self.assertEqual(r.status, 501)
+        self.assertEqual(ET.fromstring(body).get("code"), "501")
+
+    def test_levels_read_change_and_persist(self):
+        d = self.d
+        r, body = d.get("/levels?name=http&level=0", method="POST")
+        self.assertEqual(r.status, 200, body)
+        levels = {e.get("name"): e.get("level") for e in ET.fromstring(body)}
+        self.assertEqual(levels.get("http"), "0")
+        with open(os.path.join(d.home, "logs", "levels.properties")) as f:
+            self.assertIn("http=0", f.read())
+        r, body = d.get("/levels")
+        self.assertIn(b'name="http"', body)
+        r, _ = d.get("/levels?name=http&level=9", method="POST")
+        self.assertEqual(r.status, 400)
+
+    def test_head_wrong_method_and_unknown_path(self):
+        d = self.d
+        r, get_body = d.get("/")
+        r, body = d.get("/", method="HEAD")
+        self.assertEqual(r.status, 200)
+        self.assertEqual(body, b"")
+        self.assertEqual(int(r.getheader("Content-Length")), len(get_body))
+        r, body = d.get("/status", method="DELETE")
+        self.assertEqual(r.status, 405)
+        self.assertEqual(r.getheader("Allow"), "GET, HEAD")
+        r, body = d.get("/no/such/thing")
+        self.assertEqual(r.status, 404)
+        self.assertEqual(r.getheader("Connection"), "close")
+
+    def test_keep_alive_reuses_the_connection(self):
+        c = self.d.conn()
+        c.request("GET", "/status")
+        r = c.getresponse()
+        r.read()
+        first = c.sock
+        for _ in range(5):
+            c.request("GET", "/status")
+            r = c.getresponse()
+            r.read()
+            self.assertEqual(r.status, 200)
+            self.assertIs(c.sock, first, "the connection was reused")
+        c.close()
+        c10 = http.client.HTTPConnection("127.0.0.1", self.d.port, timeout=10)
+        c10._http_vsn, c10._http_vsn_str = 10, "HTTP/1.0"
+        c10.request("GET", "/status")
+        r = c10.getresponse()
+        r.read()
+        self.assertEqual(r.getheader("Connection"), "close")
+
+    def test_bad_requests_get_400_and_the_daemon_stays_up(self):
+        d = self.d
+        out = d.raw(b"GET /" + b"a" * 3000 + b" HTTP/1.1\r\n\r\n")
+        self.assertTrue(out.startswith(b"HTTP/1.1 400 "), out[:80])
+        out = d.raw(b"GET / HTTP/1.1\r\nX-Long: " + b"v" * 3000 + b"\r\n\r\n")
+        self.assertTrue(out.startswith(b"HTTP/1.1 400 "), out[:80])
+        out = d.raw(b"GARBAGE\r\n\r\n")
+        self.assertTrue(out.startswith(b"HTTP/1.1 400 "), out[:80])
+        out = d.raw(b"GET / HTTP/1.1\rX\r\n\r\n")
+        self.assertTrue(out.startswith(b"HTTP/1.1 400 "), out[:80])
+        self.assertEqual(d.raw(b"", wait=3.0), b"", "a silent client is dropped")
+        r, _ = d.get("/status")
+        self.assertEqual(r.status, 200)
+
+    def test_a_slow_client_is_cut_off_without_holding_others(self):
+        d = self.d
+        s = socket.create_connection(("127.0.0.1", d.port), timeout=10)
+        started = time.time()
+        answer = b""
+        try:
+            for b in b"GET /status HTTP/1.1\r\nHost: x\r\n\r\n":
+                s.sendall(bytes([b]))
+                r, _ = d.get("/status")  # others are served meanwhile
+                self.assertEqual(r.status, 200)
+                time.sleep(0.5)
+        except (BrokenPipeError, ConnectionResetError):
+            pass
+        try:
+            answer = s.recv(4096)
+        except OSError:
+            pass
+        s.close()
+        self.assertLess(time.time() - started, 20)
+        self.assertTrue(answer == b"" or answer.startswith(b"HTTP/1.1 400"), answer[:60])
+
+    def test_load_of_2000_requests_from_16_clients(self):
+        d = self.d
+        d.get("/status")
+        fds_before, rss_before = d.fds(), d.rss_kb()
+        failures = []
+
+        def client(n):
+            try:
+                c = d.conn()
+                for i in range(125):
+                    if i % 25 == 24:  # some fresh connections too
+                        c.close()
+                        c = d.conn()
+                    c.request("GET", "/status")
+                    r = c.getresponse()
+                    r.read()
+                    if r.status != 200:
+                        failures.append(r.status)
+                c.close()
+            except Exception as e:  # noqa: BLE001 - any failure counts
+                failures.append(repr(e))
+
+        threads = [threading.Thread(target=client, args=(n,)) for n in range(16)]
+        for t in threads:
+            t.start()
+        for t in threads:
+            t.join(120)
+        self.assertEqual(failures, [])
+        time.sleep(0.5)
+        self.assertLessEqual(d.fds(), fds_before + 4)
+        self.assertLess(d.rss_kb() - rss_before, 20 * 1024)
+
+    def test_curl_reads_status_and_head(self):
+        if shutil.which("curl") is None:
+            self.skipTest("curl is not installed")
+        url = "http://127.0.0.1:%d/status" % self.d.port
+        out = subprocess.run(["curl", "-sf", "--max-time", "10", url], capture_output=True)
+        self.assertEqual(out.returncode, 0)
+        self.assertEqual(ET.fromstring(out.stdout).tag, "status")
+        out = subprocess.run(["curl", "-sfI", "--max-time", "10", url], capture_output=True)
+        self.assertEqual(out.returncode, 0)
+        self.assertIn(b"Velmora-Platform: NT", out.stdout)
+        out = subprocess.run(["curl", "-s", "-o", "/dev/null", "-w", "%{http_code}",
+                              "--max-time", "10", url.replace("status", "missing")],
+                             capture_output=True)
+        self.assertEqual(out.stdout, b"404")
+
+
+if __name__ == "__main__":
+    if len(sys.argv) > 2 and sys.argv[1] == "--launcher":
+        LAUNCHER = [sys.argv.pop(2)]
+        sys.argv.pop(1)
+    DAEMON = sys.argv.pop(1)
+    unittest.main(verbosity=2)

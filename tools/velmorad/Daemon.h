@@ -1,0 +1,58 @@
+// The daemon: a listener, one thread per accepted connection (up to a cap), requests read
+// with a deadline, answers from the routes, keep-alive while both sides allow it.
+#pragma once
+
+#include <velmora/log/FilteredLogBundle.h>
+#include <velmora/log/Log.h>
+#include <velmora/net/ServerSocket.h>
+
+#include <atomic>
+#include <cstdint>
+#include <ctime>
+#include <memory>
+#include <string>
+
+#include "Settings.h"
+
+namespace velmorad {
+
+class Daemon {
+public:
+    Daemon(const Settings& settings, velmora::Log* log, velmora::FilteredLogBundle* levels);
+    ~Daemon();
+
+    // Binds the listener; false (reported to the log) when the address cannot be had.
+    bool listen();
+    int getPort() const { return port_; }
+    // Accepts until stop() is called, then waits for open connections to finish.
+    void run();
+    // Safe from a signal handler: sets a flag and interrupts the listener.
+    void stop();
+
+    const Settings& settings() const { return settings_; }
+    velmora::FilteredLogBundle* levels() const { return levels_; }
+    velmora::Log* log() const { return log_; }
+    velmora::Log* accessLog() const { return access_; }
+    int64_t uptimeSeconds() const { return static_cast<int64_t>(std::time(nullptr) - started_); }
+    long requestsServed() const { return served_.load(); }
+    int connectionsOpen() const { return open_.load(); }
+    void countRequest() { ++served_; }
+
+private:
+    static uint32_t connectionThread(void* arg);
+    void serve(velmora::Socket* socket);
+
+    Settings settings_;
+    velmora::Log* log_;
+    velmora::FilteredLogBundle* levels_;
+    velmora::Log* access_;
+    std::unique_ptr<velmora::ServerSocket> server_;
+    uint64_t listenHandle_ = 0;
+    int port_ = -1;
+    std::time_t started_;
+    std::atomic<bool> stopping_{false};
+    std::atomic<int> open_{0};
+    std::atomic<long> served_{0};
+};
+
+}  // namespace velmorad

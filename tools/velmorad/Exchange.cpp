@@ -1,0 +1,118 @@
+#include "Exchange.h"
+
+#include <velmora/http/Http.h>
+#include <velmora/net/SocketOutput.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "HostServices.h"
+
+namespace velmorad {
+
+namespace {
+
+void stampDate(velmora::HttpResponse& response) {
+    std::time_t now = std::time(nullptr);
+    struct tm utc;
+    if (utcTime(now, &utc)) response.setFieldTime("Date", &utc);
+}
+
+}  // namespace
+
+std::string Exchange::query(const char* name, const char* def) const {
+    const char* q = request != nullptr ? request->getEncodedQuery() : "";
+    size_t nameLength = std::strlen(name);
+    while (*q != '\0') {
+        const char* end = std::strchr(q, '&');
+        size_t length = end != nullptr ? static_cast<size_t>(end - q) : std::strlen(q);
+        if (length > nameLength && std::strncmp(q, name, nameLength) == 0 && q[nameLength] == '=') {
+            std::string raw(q + nameLength + 1, length - nameLength - 1);
+            std::string decoded(raw.size() + 1, '\0');
+            velmora::Http::decodeUri(raw.c_str(), &decoded[0], static_cast<int>(decoded.size()));
+            return decoded.c_str();
+        }
+        if (end == nullptr) break;
+        q = end + 1;
+    }
+    return def;
+}
+
+void Exchange::reply(int code, const char* type, const std::string& body, bool close) {
+    velmora::SocketOutput* out = socket->getOutput();
+    if (out == nullptr) return;
+    status = code;
+    if (close) keepAlive = false;
+    velmora::HttpResponse response(out);
+    response.setVersion("HTTP/1.1");
+    response.setStatus(code);
+    stampDate(response);
+    response.setField("Content-Type", type);
+    response.setFieldInt("Content-Length", static_cast<int>(body.size()));
+    if (allow != nullptr) response.setField("Allow", allow);
+    if (!keepAlive) {
+        response.setField("Connection", "close");
+    } else if (request != nullptr && std::strcmp(request->getVersion(), "HTTP/1.0") == 0) {
+        response.setField("Connection", "keep-alive");
+    }
+    response.commit();
+    if (!head) {
+        out->write(body.data(), static_cast<int>(body.size()));
+        bytes = static_cast<long>(body.size());
+    }
+    out->flush();
+}
+
+void Exchange::replyError(int code, const char* message) {
+    std::string body = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<error code=\"" +
+                       std::to_string(code) + "\" reason=\"" +
+                       xmlEscape(velmora::Http::getReasonPhrase(code)) + "\" message=\"" +
+                       xmlEscape(message) + "\"/>\n";
+    reply(code, "text/xml", body, true);
+}
+
+void Exchange::beginStream(int code, const char* type) {
+    velmora::SocketOutput* out = socket->getOutput();
+    if (out == nullptr) return;
+    status = code;
+    keepAlive = false;
+    velmora::HttpResponse response(out);
+    response.setVersion("HTTP/1.1");
+    response.setStatus(code);
+    stampDate(response);
+    response.setField("Content-Type", type);
+    response.commit();  // no length: the head says "Connection: close"
+}
+
+std::string xmlEscape(const std::string& text) {
+    std::string out;
+    for (unsigned char c : text) {
+        switch (c) {
+            case '<':
+                out += "&lt;";
+                break;
+            case '>':
+                out += "&gt;";
+                break;
+            case '&':
+                out += "&amp;";
+                break;
+            case '"':
+                out += "&quot;";
+                break;
+            default:
+                if (c < 0x20 || c > 0x7E) {
+                    char ref[8];
+                    std::snprintf(ref, sizeof ref, "&#x%x;", c);
+                    out += ref;
+                } else {
+                    out += static_cast<char>(c);
+                }
+        }
+    }
+    return out;
+}
+
+}  // namespace velmorad

@@ -1,0 +1,26 @@
+// What the daemon needs from the operating system beyond the library: the socket library
+// started, stop requests (SIGINT/SIGTERM, console control events) turned into a callback,
+// and the port a listener was given.
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+
+namespace velmorad {
+
+bool startSockets();
+void stopSockets();
+// Calls `onStop` once, from a signal handler or a system thread: it may only set flags
+// and shut handles down.
+void installStopHandler(void (*onStop)());
+// Shuts a listening handle down so that a thread blocked in accept returns.
+void interruptListener(uint64_t handle);
+// The local port of a bound handle, or -1.
+int localPort(uint64_t handle);
+// Sends small writes at once (no Nagle delay): an answer's head and body leave as two
+// writes, and a keep-alive client would otherwise wait for a delayed acknowledgement.
+void setNoDelay(uint64_t handle);
+// Universal time, thread-safe.
+bool utcTime(std::time_t t, struct tm* out);
+
+}  // namespace velmorad

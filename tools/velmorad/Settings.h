@@ -1,0 +1,28 @@
+// The daemon's settings: an embedded default, then lib/velmorad.properties below the
+// home directory (written from the default when missing), then the command line.
+#pragma once
+
+#include <string>
+
+namespace velmorad {
+
+struct Settings {
+    std::string home;
+    std::string bind = "127.0.0.1";
+    int port = 8080;
+    int maxConnections = 64;        // connections served at once; more get 503
+    int readTimeoutMs = 10000;      // silence that ends a connection
+    int requestDeadlineMs = 30000;  // the most one request's head may take to arrive
+    int keepAliveRequests = 100;    // requests on one connection
+    int logBackups = 5;
+
+    std::string settingsFile() const { return home + "/lib/velmorad.properties"; }
+    std::string logFile() const { return home + "/logs/velmorad.log"; }
+    std::string levelsFile() const { return home + "/logs/levels.properties"; }
+};
+
+// Reads the command line (--bind ADDR --port N --home DIR, --help) and the settings file.
+// False, with a message printed, on a bad command line or an unusable home directory.
+bool loadSettings(int argc, char** argv, Settings* settings);
+
+}  // namespace velmorad

@@ -1,0 +1,77 @@
+// velmorad: the sample platform daemon. It serves the platform's HTTP interface from a home
+// directory it sets up (lib/velmorad.properties, logs/velmorad.log rotated at start,
+// logs/levels.properties for per-name log levels) until SIGINT or SIGTERM.
+//
+//   velmorad [--bind ADDR] [--port N] [--home DIR]
+#include <velmora/files/FileUtil.h>
+#include <velmora/http/Http.h>
+#include <velmora/http/HttpResponse.h>
+#include <velmora/log/FilteredLogBundle.h>
+#include <velmora/log/LogBuffer.h>
+#include <velmora/net/Icmp.h>
+#include <velmora/xml/XWriter.h>
+
+#include <cstdio>
+#include <memory>
+
+#include "Daemon.h"
+#include "HostServices.h"
+#include "Settings.h"
+
+namespace {
+
+velmorad::Daemon* running = nullptr;
+
+void onStop() {
+    if (running != nullptr) running->stop();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    velmorad::Settings settings;
+    if (!velmorad::loadSettings(argc, argv, &settings)) return 2;
+    if (!velmorad::startSockets()) {
+        std::fprintf(stderr, "velmorad: the socket library did not start\n");
+        return 1;
+    }
+    std::unique_ptr<velmora::LogBuffer> file(
+        velmora::LogBuffer::makeFile(settings.logFile().c_str(), settings.logBackups));
+    if (!file) {
+        std::fprintf(stderr, "velmorad: cannot open %s\n", settings.logFile().c_str());
+        return 1;
+    }
+    velmora::FilteredLogBundle levels(settings.levelsFile().c_str(), file.get());
+    velmora::Log* log = levels.get("velmorad");
+    levels.get("access");
+    // A first start leaves a levels file that names the daemon's logs, ready to edit.
+    if (!velmora::FileUtil::isFileRegular(settings.levelsFile().c_str())) levels.save();
+    int status = 0;
+    {
+        velmorad::Daemon daemon(settings, log, &levels);
+        if (!daemon.listen()) {
+            const velmora::MessageBundle* why = log->getLastError();
+            std::fprintf(stderr, "velmorad: cannot listen on %s:%d: %s", settings.bind.c_str(),
+                         settings.port, why != nullptr && why->getText() ? why->getText() : "\n");
+            status = 1;
+        } else {
+            running = &daemon;
+            velmorad::installStopHandler(onStop);
+            std::printf("velmorad listening on http://%s:%d/\n", settings.bind.c_str(),
+                        daemon.getPort());
+            std::printf("velmorad logging to %s (levels in %s)\n", settings.logFile().c_str(),
+                        settings.levelsFile().c_str());
+            std::fflush(stdout);
+            log->message("velmorad started");
+            daemon.run();
+            log->message("velmorad stopped");
+            running = nullptr;
+        }
+    }
+    velmora::Icmp::unload();
+    velmora::HttpResponse::unload();
+    velmora::Http::unload();
+    velmora::XWriter::unload();
+    velmorad::stopSockets();
+    return status;
+}

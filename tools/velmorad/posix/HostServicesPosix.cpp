@@ -1,0 +1,63 @@
+#include "HostServices.h"
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <signal.h>
+#include <sys/socket.h>
+
+namespace velmorad {
+
+namespace {
+
+void (*stopCallback)() = nullptr;
+
+void onSignal(int) {
+    if (stopCallback != nullptr) stopCallback();
+}
+
+}  // namespace
+
+bool startSockets() {
+    // A peer that closes early must not end the process with SIGPIPE.
+    signal(SIGPIPE, SIG_IGN);
+    return true;
+}
+
+void stopSockets() {}
+
+void installStopHandler(void (*onStop)()) {
+    stopCallback = onStop;
+    struct sigaction action = {};
+    action.sa_handler = onSignal;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+}
+
+void interruptListener(uint64_t handle) {
+    shutdown(static_cast<int>(handle), SHUT_RDWR);
+}
+
+int localPort(uint64_t handle) {
+    sockaddr_storage address = {};
+    socklen_t length = sizeof address;
+    if (getsockname(static_cast<int>(handle), reinterpret_cast<sockaddr*>(&address), &length) !=
+        0) {
+        return -1;
+    }
+    if (address.ss_family == AF_INET) {
+        return ntohs(reinterpret_cast<sockaddr_in*>(&address)->sin_port);
+    }
+    return ntohs(reinterpret_cast<sockaddr_in6*>(&address)->sin6_port);
+}
+
+bool utcTime(std::time_t t, struct tm* out) {
+    return gmtime_r(&t, out) != nullptr;
+}
+
+void setNoDelay(uint64_t handle) {
+    int on = 1;
+    setsockopt(static_cast<int>(handle), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+}
+
+}  // namespace velmorad

@@ -1,0 +1,61 @@
+#include "HostServices.h"
+
+#include <windows.h>
+#include <winsock2.h>
+#include <ws2tcpip.h>
+
+namespace velmorad {
+
+namespace {
+
+void (*stopCallback)() = nullptr;
+
+BOOL WINAPI onConsoleEvent(DWORD) {
+    if (stopCallback != nullptr) stopCallback();
+    return TRUE;
+}
+
+}  // namespace
+
+bool startSockets() {
+    WSADATA data;
+    return WSAStartup(MAKEWORD(2, 2), &data) == 0;
+}
+
+void stopSockets() {
+    WSACleanup();
+}
+
+void installStopHandler(void (*onStop)()) {
+    stopCallback = onStop;
+    SetConsoleCtrlHandler(onConsoleEvent, TRUE);
+}
+
+void interruptListener(uint64_t handle) {
+    closesocket(static_cast<SOCKET>(handle));
+}
+
+int localPort(uint64_t handle) {
+    sockaddr_storage address = {};
+    int length = sizeof address;
+    if (getsockname(static_cast<SOCKET>(handle), reinterpret_cast<sockaddr*>(&address), &length) !=
+        0) {
+        return -1;
+    }
+    if (address.ss_family == AF_INET) {
+        return ntohs(reinterpret_cast<sockaddr_in*>(&address)->sin_port);
+    }
+    return ntohs(reinterpret_cast<sockaddr_in6*>(&address)->sin6_port);
+}
+
+bool utcTime(std::time_t t, struct tm* out) {
+    return gmtime_s(out, &t) == 0;
+}
+
+void setNoDelay(uint64_t handle) {
+    BOOL on = TRUE;
+    setsockopt(static_cast<SOCKET>(handle), IPPROTO_TCP, TCP_NODELAY,
+               reinterpret_cast<const char*>(&on), sizeof on);
+}
+
+}  // namespace velmorad
