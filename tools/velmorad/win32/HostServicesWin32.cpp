@@ -1,6 +1,5 @@
 #include "HostServices.h"
 
-#include <windows.h>
 #include <winsock2.h>
 #include <ws2tcpip.h>
 
