@@ -1,25 +1,16 @@
 #include "net/NetReport.h"
 
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "net/NetSystem.h"
 
-#if __has_include(<velmora/log/Log.h>) && __has_include(<velmora/log/MessageBundle.h>) && \
-    __has_include(<velmora/log/SystemErrorFactory.h>)
 #include <velmora/log/Log.h>
 #include <velmora/log/MessageBundle.h>
 #include <velmora/log/SystemErrorFactory.h>
-#define VELMORA_NET_HAS_LOG 1
-#else
-#define VELMORA_NET_HAS_LOG 0
-#endif
 
 namespace velmora {
 namespace netreport {
 
-#if VELMORA_NET_HAS_LOG
 namespace {
 
 // Builds the bundle on the stack, so that the handler copies whatever it keeps.
@@ -54,19 +45,6 @@ void error(ErrorHandler* handler, const Report& report) {
 char* socketErrorName() {
     return SystemErrorFactory::getWinsockErrorString();
 }
-
-#else
-// Built without the log types: reports have nowhere to go.
-void error(Log*, const Report&) {}
-void trace(Log*, const Report&) {}
-void error(ErrorHandler*, const Report&) {}
-
-char* socketErrorName() {
-    char* name = static_cast<char*>(std::calloc(64, 1));
-    if (name != nullptr) std::snprintf(name, 64, "%d", netsys::lastSocketError());
-    return name;
-}
-#endif
 
 }  // namespace netreport
 }  // namespace velmora
