@@ -1,6 +1,8 @@
 #include <velmora/http/HeaderField.h>
+#include <velmora/http/HttpLog.h>
 #include <velmora/http/HttpRequest.h>
 #include <velmora/http/HttpResponse.h>
+#include <velmora/log/MessageBundle.h>
 #include <velmora/net/Socket.h>
 #include <velmora/net/SocketInput.h>
 #include <velmora/net/SocketOutput.h>
@@ -237,4 +239,63 @@ TEST(HttpResponse, ErrorPagesBodyFirstHeadOnlyForHeadAndNoContent) {
     EXPECT_EQ(none.received(),
               "HTTP/1.1 204 No Content\r\nVelmora-Platform: NT\r\nServer: Velmora Web "
               "Server/3.0\r\n\r\n");
+}
+
+// The XML error page carries the bundle's own form; like the HTML page, body first (kept).
+TEST(HttpResponse, XmlErrorPageCarriesTheBundle) {
+    Wire wire;
+    ASSERT_TRUE(wire.pair.accepted);
+    HttpResponse r(wire.out());
+    MessageBundle why("platform", "socket.unableToConnect", "db1", "no <route>");
+    r.sendErrorXML(503, &why);
+    std::string all = wire.received();
+    size_t head = all.find("HTTP/1.1 503 Service Unavailable\r\n");
+    ASSERT_NE(head, std::string::npos);
+    std::string body = all.substr(0, head);
+    EXPECT_EQ(body.rfind("<?xml", 0), 0u) << "the prolog opens the body";
+    EXPECT_NE(
+        body.find("<error code=\"503\">\n<message>\n<nonlocalized text=\"no &lt;route&gt;\"/>"),
+        std::string::npos)
+        << body;
+    EXPECT_NE(body.find("<lexArg value=\"db1\"/>"), std::string::npos);
+    EXPECT_EQ(body.substr(body.size() - 9), "</error>\n");
+    EXPECT_NE(all.find("Content-Length: " + std::to_string(body.size()) + "\r\n"),
+              std::string::npos);
+    EXPECT_NE(all.find("Content-Type: text/xml\r\n"), std::string::npos);
+}
+
+// One document: the first entry opens it (and commits), each entry is wrapped in its
+// level's element, the end of the log closes it.
+TEST(HttpLog, StreamsEntriesAsOneDocument) {
+    Wire wire;
+    ASSERT_TRUE(wire.pair.accepted);
+    HttpResponse r(wire.out());
+    {
+        HttpLog log(&r);
+        log.message("step one");
+        log.warning("step two");
+        MessageBundle failed("platform", "demo.failed", 3, "step three failed");
+        log.error(&failed);
+        EXPECT_EQ(log.getEntryCount(), 3);
+        EXPECT_TRUE(r.isCommitted());
+    }
+    std::string all = wire.received();
+    size_t head = all.find("HTTP/1.1 200 OK\r\n");
+    ASSERT_NE(head, std::string::npos);
+    EXPECT_EQ(all.substr(0, head).find("<log>\n"), all.substr(0, head).size() - 6)
+        << "kept: the prolog and <log> precede the head";
+    std::string rest = all.substr(head);
+    EXPECT_NE(rest.find("Content-Type: text/xml\r\nVelmora-Platform: NT"), std::string::npos);
+    size_t one = rest.find("<message>\n<message>\n<nonlocalized text=\"step one\"/>");
+    size_t two = rest.find("<warning>\n<message>\n<nonlocalized text=\"step two\"/>");
+    size_t three = rest.find("<error>\n<message>\n<nonlocalized text=\"step three failed\"/>");
+    ASSERT_NE(one, std::string::npos);
+    EXPECT_LT(one, two);
+    EXPECT_LT(two, three);
+    EXPECT_NE(rest.find("<lexArg value=\"3\"/>"), std::string::npos);
+    EXPECT_EQ(rest.substr(rest.size() - 7), "</log>\n");
+
+    HttpLog silent(nullptr);
+    silent.message("nowhere");  // no response: nothing written, nothing fails
+    EXPECT_EQ(silent.getEntryCount(), 0);
 }
