@@ -83,17 +83,23 @@ struct XElem::Attr {
         setNs(n);
     }
     void setNs(const XNs* n) {
+        // A node reused with the namespace it had (as for every start tag the parser
+        // reads into the same element) keeps its copy instead of making a new one.
+        if (n != nullptr && ns != nullptr && sameText(n->getPrefix(), ns->getPrefix()) &&
+            sameText(n->getUri(), ns->getUri())) {
+            ns->setDeclarer(n->getDeclarer());
+            return;
+        }
         delete ns;
         ns = copyNs(n);
     }
     void release() {
-        // Heap texts go back; the node keeps its inline buffers for reuse.
+        // Heap texts go back; the node keeps its inline buffers and namespace for reuse.
         freeText(nameInline, name);
         freeText(valueInline, value);
         name = value = nullptr;
-        delete ns;
-        ns = nullptr;
     }
+    ~Attr() { delete ns; }
 };
 
 struct XElem::Item {
@@ -441,13 +447,13 @@ void XElem::removeAttr(const XNs* ns, const char* name) {
 }
 
 void XElem::clearAttr() {
-    Attr* a = attrs_;
-    while (a != nullptr) {
-        Attr* next = a->next;
+    // The nodes go to the front of the spare list in their order, so that the next tag
+    // with the same attributes finds each node with the namespace it had.
+    for (Attr* a = attrs_; a != nullptr; a = a->next)
         a->release();
-        a->next = spareAttrs_;
-        spareAttrs_ = a;
-        a = next;
+    if (attrsTail_ != nullptr) {
+        attrsTail_->next = spareAttrs_;
+        spareAttrs_ = attrs_;
     }
     attrs_ = attrsTail_ = nullptr;
     attrCount_ = 0;
