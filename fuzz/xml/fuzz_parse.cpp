@@ -102,6 +102,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     StringReader in(text, n);
     XParser p(&in);
     for (int round = 0; round < 8; ++round) {
+        // A tree parsed inside open elements may use their namespace declarations, which
+        // it does not carry; only trees read from the top level must come back the same.
+        const bool topLevel = p.getDepth() == 0;
         std::unique_ptr<XElem> first(p.parse(false));
         if (first == nullptr) break;
         BufferedXWriter out;
@@ -109,7 +112,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         StringReader again(out.getString(), static_cast<int>(out.getLength()));
         XParser q(&again);
         std::unique_ptr<XElem> second(q.parse(true));
-        if (second == nullptr || !sameTree(first.get(), second.get())) std::abort();
+        if (second == nullptr || (topLevel && !sameTree(first.get(), second.get()))) std::abort();
     }
     return 0;
 }

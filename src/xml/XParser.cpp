@@ -106,7 +106,9 @@ void XParser::sync() {
 }
 
 // One character of the document: CR LF and a lone CR become one line feed, and a byte
-// above 127 ends the input (the parser reads ASCII only, on purpose).
+// above 127 ends the input (the parser reads ASCII only, on purpose). The character read
+// after a CR to look for its LF is kept raw and goes through these rules in turn, so that
+// CR CR is two line feeds and never leaves a CR in the text.
 inline int XParser::readChar() {
     if (pushback_ >= 0) {
         int c = pushback_;
@@ -114,7 +116,13 @@ inline int XParser::readChar() {
         return c;
     }
     if (stopped_) return -1;
-    int c = fetch();
+    int c;
+    if (lookahead_ >= 0) {
+        c = lookahead_;
+        lookahead_ = -1;
+    } else {
+        c = fetch();
+    }
     if (c < 0 || c > 127) {
         stopped_ = true;
         return -1;
@@ -124,11 +132,7 @@ inline int XParser::readChar() {
         column_ = 0;
     } else if (c == '\r') {
         int d = fetch();
-        if (d < 0 || d > 127) {
-            stopped_ = true;
-        } else if (d != '\n') {
-            pushback_ = d;
-        }
+        if (d != '\n') lookahead_ = d < 0 ? 255 : d;  // 255: a stop, taken as such next
         ++line_;
         column_ = 0;
         c = '\n';
@@ -142,6 +146,11 @@ inline int XParser::readChar() {
 int XParser::readRaw() {
     if (stopped_) return -1;
     ++column_;
+    if (lookahead_ >= 0) {
+        int c = lookahead_;
+        lookahead_ = -1;
+        return c == 255 ? -1 : c;
+    }
     return fetch();
 }
 
@@ -297,7 +306,7 @@ bool XParser::readText(int first) {
     append(&buf_, &bufLen_, &bufCap_, decode(first));
     for (;;) {
         // Plain characters straight from the reader's buffer.
-        if (pushback_ < 0 && !stopped_) {
+        if (pushback_ < 0 && lookahead_ < 0 && !stopped_) {
             const unsigned char* p = cur_;
             const unsigned char* start = p;
             while (p < end_) {
@@ -480,7 +489,12 @@ bool XParser::readStartTag(int first) {
     XElem* e = slot;
     int level = depth_++;
     e->clearAttr();
-    if (!readQName(first)) return false;
+    if (!readQName(first)) {
+        // Nothing opens for a tag without a name: an open level without an element in
+        // the tree would make later end tags close the wrong elements.
+        --depth_;
+        return false;
+    }
     e->setName(name_);
     bool prefixed = hasPrefix_;
     // The prefix is kept aside: attribute names overwrite the scratch buffers.
@@ -543,15 +557,18 @@ void XParser::pop() {
     }
     delete defaultNs_;
     defaultNs_ = nullptr;
-    for (int level = depth_ - 1; level >= 0 && defaultNs_ == nullptr; --level) {
+    // The default namespace becomes the one in force before the closed element opened:
+    // the innermost level that declares one decides, with its last declaration winning
+    // as it did while its start tag was read (an empty URI meaning none).
+    for (int level = depth_ - 1; level >= 0; --level) {
+        const XNs* found = nullptr;
         for (NsDecl* n = nsStack_[level]; n != nullptr; n = n->next) {
-            if (!n->ns->isDefault()) continue;
-            const char* uri = n->ns->getUri();
-            if (uri != nullptr && uri[0] != '\0') defaultNs_ = n->ns->newCopy();
-            level = -1;  // the first default declaration decides, even an empty one
-            break;
+            if (n->ns->isDefault()) found = n->ns;
         }
-        if (level < 0) break;
+        if (found == nullptr) continue;
+        const char* uri = found->getUri();
+        if (uri != nullptr && uri[0] != '\0') defaultNs_ = found->newCopy();
+        break;
     }
 }
 

@@ -91,7 +91,8 @@ private:
     int depth_ = 0;
     int type_ = 0;
     CharReader* reader_;
-    int pushback_ = -1;  // -1: empty
+    int pushback_ = -1;   // a character handed back, -1: none
+    int lookahead_ = -1;  // the raw byte read after a CR, -1: none
     XText* text_;
     XElem** elemStack_;
     NsDecl** nsStack_;
