@@ -366,9 +366,7 @@ void XElem::setAttrInt(const char* name, int value) {
 }
 
 void XElem::setAttrInt(const XNs* ns, const char* name, int value) {
-    char buf[16];
-    std::snprintf(buf, sizeof buf, "%d", value);
-    setAttr(ns, name, buf);
+    setAttrLong(ns, name, value);  // the same decimal text
 }
 
 void XElem::setAttrLong(const char* name, int64_t value) {
@@ -402,9 +400,7 @@ void XElem::addAttrInt(const char* name, int value) {
 }
 
 void XElem::addAttrInt(const XNs* ns, const char* name, int value) {
-    char buf[16];
-    std::snprintf(buf, sizeof buf, "%d", value);
-    addAttr(ns, name, buf);
+    addAttrLong(ns, name, value);  // the same decimal text
 }
 
 void XElem::addAttrLong(const char* name, int64_t value) {
