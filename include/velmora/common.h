@@ -32,6 +32,10 @@
 #include <velmora/net/SocketOutput.h>
 #include <velmora/net/SocketOutputWriter.h>
 #include <velmora/platform/PlatformUtil.h>
+#include <velmora/platform/RegUtil.h>
+#include <velmora/tcpip/TcpIpAdapterSettings.h>
+#include <velmora/tcpip/TcpIpHostSettings.h>
+#include <velmora/tcpip/TcpIpUtil.h>
 #include <velmora/text/CharReader.h>
 #include <velmora/text/CharUtil.h>
 #include <velmora/text/CharWriter.h>
