@@ -174,7 +174,7 @@ int setGateway(ErrorHandler* err, const char* gateway, int family, int outIndex)
     linuxnet::rememberGateway(family, bytes, true, outIndex);
     int code = linuxnet::replaceDefaultGateway(family, bytes, outIndex);
     // Unreachable for now: the adapters of the same document may bring its network.
-    if (code == 0 || code == ENETUNREACH) return 0;
+    if (code == 0 || linuxnet::isUnreachable(code)) return 0;
     linuxnet::rememberGateway(family, bytes, false, 0);
     linuxnet::reportSystem(err, kHostKey, std::string("Cannot set the default gateway ") + text,
                            code);

@@ -158,6 +158,10 @@ int replaceDefaultGateway(int family, const unsigned char* bytes, int outIndex) 
     return result;
 }
 
+bool isUnreachable(int code) {
+    return code == ENETUNREACH || code == EHOSTUNREACH || code == EINVAL;
+}
+
 void rememberGateway(int family, const unsigned char* bytes, bool set, int outIndex) {
     Remembered& r = rememberedFor(family);
     r.set = set;
@@ -174,7 +178,7 @@ void restoreGateways(ErrorHandler* err) {
         if (netlink::dumpDefaultRoutes(family, &routes) != 0 || hasGateway(routes, family, r.bytes))
             continue;
         int result = replaceDefaultGateway(family, r.bytes, r.outIndex);
-        if (result != 0 && result != ENETUNREACH) {
+        if (result != 0 && !isUnreachable(result)) {
             reportSystem(err, "TcpIpHostSettings.systemError",
                          "Cannot set the default gateway " + addressText(family, r.bytes), result);
             r.set = false;

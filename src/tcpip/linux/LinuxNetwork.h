@@ -40,8 +40,9 @@
 // Ordering: a document sets the host's gateway before the adapters' addresses, so a new
 // gateway in a network that only a new address reaches cannot be installed yet. The host
 // remembers the last gateway asked of each family and installs it again after an
-// adapter's address or link state changed, as soon as it is reachable; a gateway that no
-// link reaches by then stays unset without a second report.
+// adapter's address or link state changed, as soon as it is reachable. A gateway that no
+// link reaches is therefore not reported by the setter: a caller that must know reads
+// the gateway back (the daemon does, and reports the difference).
 #pragma once
 
 #include <velmora/log/ErrorHandler.h>
@@ -71,6 +72,9 @@ std::string addressText(int family, const unsigned char* bytes);
 int replaceDefaultGateway(int family, const unsigned char* bytes, int outIndex);
 // Removes every default route of `family`. 0 or errno.
 int clearDefaultGateways(int family);
+// Whether the kernel refused a gateway because no link reaches it (yet): "network
+// unreachable", "no route to host" (IPv6) or "invalid gateway" (IPv4 answers EINVAL).
+bool isUnreachable(int code);
 // The gateway last asked for (empty bytes: none), installed again by restoreGateways.
 void rememberGateway(int family, const unsigned char* bytes, bool set, int outIndex);
 // After an address or link change: installs remembered gateways that are missing and now
