@@ -29,6 +29,8 @@ bool parseIpv4(const char* text, size_t length, unsigned char* out) {
             ++i;
         }
         int value = 0, digits = 0;
+        // "010" is refused, not read as 10 (or as octal, as inet_aton would).
+        if (i + 1 < length && text[i] == '0' && isDigit(text[i + 1])) return false;
         while (i < length && isDigit(text[i])) {
             value = value * 10 + (text[i] - '0');
             if (++digits > 3 || value > 255) return false;

@@ -24,9 +24,10 @@ namespace velmora {
 
 class VELMORA_API ResolverText {
 public:
-    // A strict literal: dotted quad of four decimal parts 0-255 (4 bytes), or an IPv6
-    // literal with at most one "::" and an optional dotted-quad tail (16 bytes). Names,
-    // scope suffixes, prefixes and blanks are refused. 4 or 6, or 0 when refused.
+    // A strict literal, as inet_pton reads it: dotted quad of four decimal parts 0-255
+    // without leading zeros (4 bytes), or an IPv6 literal with at most one "::" and an
+    // optional dotted-quad tail (16 bytes). Names, scope suffixes, prefixes and blanks
+    // are refused. 4 or 6, or 0 when refused.
     static int parseAddress(const char* text, unsigned char* out16);
     // A dotted IPv4 mask with contiguous leading ones: its prefix length, else -1.
     static int maskPrefix(const char* text);
