@@ -138,8 +138,10 @@ class VelmoradTest(unittest.TestCase):
         self.assertEqual(len(list(log)), 2, body)
 
         r, body = d.get("/network")
-        self.assertEqual(r.status, 501)
-        self.assertEqual(ET.fromstring(body).get("code"), "501")
+        self.assertEqual(r.status, 200, body)
+        self.assertEqual(ET.fromstring(body).tag, "tcpIpSettings")
+        r, body = d.get("/network", method="POST")
+        self.assertEqual(r.status, 403, "applying is off by default")
 
     def test_levels_read_change_and_persist(self):
         d = self.d
