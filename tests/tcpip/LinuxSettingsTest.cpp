@@ -114,6 +114,10 @@ bool isolated(const std::function<void(TcpIpHostSettings*, const TempDir&)>& bod
         *why = "new network namespaces need root";
         return false;
     }
+    if (run("command -v ip && command -v python3").find('\n') == std::string::npos) {
+        *why = "the checks need ip (iproute2) and python3";
+        return false;
+    }
     std::fflush(nullptr);
     pid_t child = fork();
     if (child == 0) {
