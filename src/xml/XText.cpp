@@ -4,6 +4,8 @@
 
 #include <velmora/xml/XWriter.h>
 
+#include "xml/XmlOut.h"
+
 namespace velmora {
 
 XText::XText() : buffer_(new StringWriter(32)) {}
@@ -27,13 +29,8 @@ XContent* XText::newCopy() const {
 
 void XText::write(XWriter* out) const {
     if (out == nullptr) return;
-    if (cdata_) {
-        out->w("<![CDATA[");
-        out->write(buffer_->getString(), buffer_->getLength());
-        out->w("]]>");
-    } else {
-        out->safe(buffer_->getString(), buffer_->getLength(), false);
-    }
+    xml::XmlOut run(out);
+    run.text(buffer_->getString(), static_cast<size_t>(buffer_->getLength()), cdata_);
 }
 
 }  // namespace velmora

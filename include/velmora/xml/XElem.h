@@ -19,6 +19,9 @@
 namespace velmora {
 
 class XWriter;
+namespace xml {
+class XmlOut;
+}
 
 class VELMORA_API XElem : public XContent {
 public:
@@ -122,6 +125,7 @@ private:
     void appendAttr(const XNs* ns, const char* name, const char* value);
     void putAttr(const XNs* ns, bool useNs, const char* name, const char* value);
     void unlinkAttr(Attr* a);
+    void writeTo(xml::XmlOut& out, int indent) const;
 
     char nameInline_[128];
     char* name_;
