@@ -13,23 +13,35 @@ const uint32_t kDefaultIncrement = 1024;
 }  // namespace
 
 StringWriter::StringWriter() {
-    init(kDefaultIncrement);
+    init(kDefaultIncrement, kDefaultIncrement);
 }
 
 StringWriter::StringWriter(int increment) {
-    init(increment > 0 ? static_cast<uint32_t>(increment) : kDefaultIncrement);
+    uint32_t step = increment > 0 ? static_cast<uint32_t>(increment) : kDefaultIncrement;
+    init(step, step);
 }
 
 StringWriter::StringWriter(const char* s) {
-    init(kDefaultIncrement);
+    init(kDefaultIncrement, kDefaultIncrement);
     writeString(s);
 }
 
-void StringWriter::init(uint32_t increment) {
+StringWriter::StringWriter(const char* s, int len) {
+    uint32_t step = len > 0 ? static_cast<uint32_t>(len) : kDefaultIncrement;
+    if (s == nullptr || len <= 0) {
+        init(step, step);
+        return;
+    }
+    // The write fills the first increment exactly, so it grows the capacity by one more.
+    init(step, static_cast<size_t>(step) * 2);
+    write(s, len);
+}
+
+void StringWriter::init(uint32_t increment, size_t allocate) {
     increment_ = increment;
-    buffer_ = static_cast<char*>(std::calloc(increment, 1));
+    buffer_ = static_cast<char*>(std::calloc(allocate, 1));
     capacity_ = buffer_ != nullptr ? increment : 0;
-    allocated_ = capacity_;
+    allocated_ = buffer_ != nullptr ? allocate : 0;
     PlatformUtil::createMutex(&mutex_);
 }
 

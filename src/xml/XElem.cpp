@@ -17,26 +17,6 @@ namespace {
 
 const size_t kInline = 128;
 
-// Stores `s` in the inline buffer when its size with the terminator is at most `limit`,
-// else in a heap block; frees the heap block `*p` held before. A failed allocation leaves
-// an empty text rather than none.
-void storeText(char* inlineBuf, char** p, const char* s, size_t limit) {
-    if (s == nullptr) s = "";
-    size_t size = std::strlen(s) + 1;
-    char* target = inlineBuf;
-    if (size > limit) {
-        target = static_cast<char*>(std::malloc(size));
-        if (target == nullptr) {
-            target = inlineBuf;
-            s = "";
-            size = 1;
-        }
-    }
-    if (target != s) std::memmove(target, s, size);
-    if (*p != nullptr && *p != inlineBuf) std::free(*p);
-    *p = target;
-}
-
 void freeText(char* inlineBuf, char* p) {
     if (p != inlineBuf) std::free(p);
 }
@@ -187,22 +167,18 @@ struct XElem::Item {
 
 XElem::XElem() : XElem("undefined") {}
 
-XElem::XElem(const char* name) : name_(nullptr), qname_(nullptr) {
-    storeText(nameInline_, &name_, name, kInline);
-    updateQName();
+XElem::XElem(const char* name) {
+    storeNames(name);
 }
 
-XElem::XElem(const XNs* ns, const char* name) : name_(nullptr), qname_(nullptr) {
+XElem::XElem(const XNs* ns, const char* name) {
     ns_ = copyNs(ns);
-    storeText(nameInline_, &name_, name, kInline);
-    updateQName();
+    storeNames(name);
 }
 
-XElem::XElem(const char* prefix, const char* uri, const char* name)
-    : name_(nullptr), qname_(nullptr) {
+XElem::XElem(const char* prefix, const char* uri, const char* name) {
     if (prefix != nullptr || uri != nullptr) ns_ = new XNs(prefix, uri);
-    storeText(nameInline_, &name_, name, kInline);
-    updateQName();
+    storeNames(name);
 }
 
 XElem::~XElem() {
@@ -214,8 +190,7 @@ XElem::~XElem() {
     }
     clearContent();
     delete ns_;
-    freeText(nameInline_, name_);
-    freeText(qnameInline_, qname_);
+    freeText(nameInline_, qname_);
 }
 
 XContent* XElem::newCopy() const {
@@ -230,32 +205,36 @@ XContent* XElem::newCopy() const {
 // --- names and namespaces
 
 void XElem::setName(const char* name) {
-    storeText(nameInline_, &name_, name, kInline);
-    updateQName();
+    storeNames(name);
 }
 
-void XElem::updateQName() {
+// Stores the qualified name for `name` and the current namespace's prefix. `name` may
+// point into the text it replaces.
+void XElem::storeNames(const char* name) {
+    if (name == nullptr) name = "";
     const char* p = prefix();
-    if (p == nullptr) {
-        storeText(qnameInline_, &qname_, name_, kInline - 1);
-        return;
-    }
-    size_t pl = std::strlen(p);
-    size_t nl = std::strlen(name_);
-    size_t size = pl + 1 + nl + 1;
-    char* target = qnameInline_;
-    if (size > kInline - 1) {
+    size_t lead = p != nullptr ? std::strlen(p) + 1 : 0;  // the prefix and its colon
+    size_t size = lead + std::strlen(name) + 1;
+    char* old = qname_;
+    char* target = nameInline_;
+    if (size > kInline) {
         target = static_cast<char*>(std::malloc(size));
         if (target == nullptr) {
-            storeText(qnameInline_, &qname_, name_, kInline - 1);
-            return;
+            // Without memory the element keeps an empty name rather than none.
+            target = nameInline_;
+            name = "";
+            lead = 0;
+            size = 1;
         }
     }
-    std::memcpy(target, p, pl);
-    target[pl] = ':';
-    std::memcpy(target + pl + 1, name_, nl + 1);
-    if (qname_ != nullptr && qname_ != qnameInline_) std::free(qname_);
+    std::memmove(target + lead, name, size - lead);
+    if (lead > 0) {
+        std::memcpy(target, p, lead - 1);
+        target[lead - 1] = ':';
+    }
     qname_ = target;
+    name_ = target + lead;
+    if (old != nullptr && old != nameInline_ && old != target) std::free(old);
 }
 
 const char* XElem::prefix() const {
@@ -279,7 +258,7 @@ void XElem::setNs(const XNs* ns) {
         delete ns_;
         ns_ = copyNs(ns);
     }
-    updateQName();
+    storeNames(name_);
 }
 
 XNs* XElem::findNs(const char* uri) const {

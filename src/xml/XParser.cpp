@@ -185,11 +185,38 @@ int XParser::readPlainName(int c, char** buf, int* cap) {
     int len = 0;
     while (c >= 0 && (classes_[c] & xml::kNameChar) != 0) {
         append(buf, &len, cap, c);
+        // The rest of the name straight from the reader's buffer: name characters are
+        // plain ASCII, neither line ends nor stops, so each only moves the column on.
+        if (pushback_ < 0 && lookahead_ < 0 && !stopped_) {
+            const unsigned char* p = cur_;
+            while (p < end_ && (classes_[*p] & xml::kNameChar) != 0)
+                ++p;
+            appendRun(buf, &len, cap, cur_, static_cast<int>(p - cur_));
+        }
         c = readChar();
     }
     if (c >= 0) pushBack(c);
     if (*cap > 0) (*buf)[len] = '\0';
     return len;
+}
+
+// Takes `n` plain characters at `run` (the reader's buffer at cur_) as read: appended to
+// `*buf`, counted as columns, consumed.
+void XParser::appendRun(char** buf, int* len, int* cap, const unsigned char* run, int n) {
+    if (n <= 0) return;
+    while (*len + n + 1 >= *cap) {
+        int bigger = *cap > 0 ? *cap * 2 : kScratch;
+        char* grown = static_cast<char*>(std::realloc(*buf, static_cast<size_t>(bigger)));
+        if (grown == nullptr) break;
+        *buf = grown;
+        *cap = bigger;
+    }
+    if (*len + n + 1 < *cap) {
+        std::memcpy(*buf + *len, run, static_cast<size_t>(n));
+        *len += n;
+    }
+    column_ += n;
+    cur_ = run + n;
 }
 
 // A qualified name beginning with `c`: name_, and prefix_ when it has one. False (and `c`
@@ -315,23 +342,7 @@ bool XParser::readText(int first) {
                 if ((classes_[b] & xml::kSpaceChar) == 0) nonBlank = true;
                 ++p;
             }
-            int n = static_cast<int>(p - start);
-            if (n > 0) {
-                while (bufLen_ + n + 1 >= bufCap_) {
-                    int bigger = bufCap_ > 0 ? bufCap_ * 2 : kScratch;
-                    char* grown =
-                        static_cast<char*>(std::realloc(buf_, static_cast<size_t>(bigger)));
-                    if (grown == nullptr) break;
-                    buf_ = grown;
-                    bufCap_ = bigger;
-                }
-                if (bufLen_ + n + 1 < bufCap_) {
-                    std::memcpy(buf_ + bufLen_, start, static_cast<size_t>(n));
-                    bufLen_ += n;
-                }
-                column_ += n;
-                cur_ = p;
-            }
+            appendRun(&buf_, &bufLen_, &bufCap_, start, static_cast<int>(p - start));
         }
         int c = readChar();
         if (c < 0) return false;
@@ -449,6 +460,18 @@ void XParser::readAttribute(int first, int level) {
     }
     bufLen_ = 0;
     for (;;) {
+        // Characters that stand for themselves straight from the reader's buffer.
+        if (pushback_ < 0 && lookahead_ < 0 && !stopped_) {
+            const unsigned char* p = cur_;
+            while (p < end_) {
+                unsigned char b = *p;
+                if (b > 127 || b == quote || b == '&' || b == '<' || b == '>' || b == '\r' ||
+                    b == '\n')
+                    break;
+                ++p;
+            }
+            appendRun(&buf_, &bufLen_, &bufCap_, cur_, static_cast<int>(p - cur_));
+        }
         c = readChar();
         if (c < 0 || c == quote) break;
         append(&buf_, &bufLen_, &bufCap_, decode(c));

@@ -22,6 +22,8 @@ public:
     StringWriter();                        // increment and capacity 1024
     explicit StringWriter(int increment);  // increment and initial capacity; <= 0 means 1024
     explicit StringWriter(const char* s);  // as StringWriter(), then writeString(s)
+    // As StringWriter(len), then write(s, len), with the memory for both taken at once.
+    StringWriter(const char* s, int len);
     ~StringWriter() override;
 
     // Appends under the lock and returns `len`, also when closed (then nothing is written).
@@ -44,7 +46,7 @@ public:
 private:
     StringWriter(const StringWriter&) = delete;
     StringWriter& operator=(const StringWriter&) = delete;
-    void init(uint32_t increment);
+    void init(uint32_t increment, size_t allocate);
     bool reserve(size_t size);  // under the lock
 
     char* buffer_ = nullptr;

@@ -119,7 +119,7 @@ public:
     struct Item;  // a content list node
 
 private:
-    void updateQName();
+    void storeNames(const char* name);
     Attr* attrAt(int i) const;
     Attr* findAttr(const XNs* ns, bool useNs, const char* name) const;
     void appendAttr(const XNs* ns, const char* name, const char* value);
@@ -127,10 +127,12 @@ private:
     void unlinkAttr(Attr* a);
     void writeTo(xml::XmlOut& out, int indent) const;
 
+    // The qualified name "prefix:name" (or just the name), inside the element when its
+    // size is at most 128 bytes, else in a heap block; name_ points into it after the
+    // colon, and without a prefix both are the same text.
     char nameInline_[128];
-    char* name_;
-    char qnameInline_[128];
-    char* qname_;
+    char* name_ = nullptr;
+    char* qname_ = nullptr;
     Attr* attrs_ = nullptr;
     Attr* attrsTail_ = nullptr;
     int attrCount_ = 0;
