@@ -475,6 +475,19 @@ void XElem::addAttrBool(const XNs* ns, const char* name, bool value) {
     addAttr(ns, name, value ? "true" : "false");
 }
 
+void XElem::takeAttrs(XElem* from) {
+    if (from == nullptr || from == this || from->attrs_ == nullptr) return;
+    if (attrsTail_ == nullptr) {
+        attrs_ = from->attrs_;
+    } else {
+        attrsTail_->next = from->attrs_;
+    }
+    attrsTail_ = from->attrsTail_;
+    attrCount_ += from->attrCount_;
+    from->attrs_ = from->attrsTail_ = nullptr;
+    from->attrCount_ = 0;
+}
+
 void XElem::unlinkAttr(Attr* target) {
     Attr* prev = nullptr;
     for (Attr* a = attrs_; a != nullptr; prev = a, a = a->next) {

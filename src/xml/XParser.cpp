@@ -756,7 +756,12 @@ XElem* XParser::parseCurrent(bool close) {
             break;
         }
         if (event == START) {
-            auto* child = static_cast<XElem*>(elem()->newCopy());
+            // The parser's element for this level is not seen again before its next
+            // start tag clears it, so the new node takes its attributes instead of
+            // copying them.
+            XElem* parsed = elem();
+            auto* child = new XElem(parsed->getNs(), parsed->getName());
+            child->takeAttrs(parsed);
             current->addContent(child);
             current = child;
             ++level;

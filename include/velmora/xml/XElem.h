@@ -119,6 +119,9 @@ public:
     struct Item;  // a content list node
 
 private:
+    friend class XParser;
+    // Moves the attributes of `from` (left without any) to the end of this element's.
+    void takeAttrs(XElem* from);
     void storeNames(const char* name);
     Attr* attrAt(int i) const;
     Attr* findAttr(const XNs* ns, bool useNs, const char* name) const;
