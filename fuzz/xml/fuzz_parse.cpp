@@ -1,4 +1,5 @@
-// The XML parser on any bytes: every event is read, the trees it builds are written with
+// The XML parser on any bytes: every event is read (and must be the same whether the
+// parser scans the reader's buffer or gets one byte per call), the trees it builds are written with
 // the writer and parsed again, and the second tree must match the first. Texts are
 // compared with white space removed and neighbouring texts joined, since the writer lays
 // mixed content out on lines of its own; the namespace of an unprefixed element is not
@@ -82,6 +83,48 @@ bool sameTree(const XElem* a, const XElem* b) {
     return true;
 }
 
+// A reader without a buffer to scan: the parser takes it one getChar() at a time.
+class ByteReader : public CharReader {
+public:
+    ByteReader(const char* s, size_t n) : s_(s), n_(n) {}
+    int getChar() override { return pos_ < n_ ? static_cast<unsigned char>(s_[pos_++]) : -1; }
+    void getBuf(int, char** buf, int* len) override {
+        *buf = nullptr;
+        *len = 0;
+    }
+    bool eof() override { return pos_ >= n_; }
+
+private:
+    const char* s_;
+    size_t n_;
+    size_t pos_ = 0;
+};
+
+// The events with what they show and where the parser stands after each.
+std::string trace(CharReader* in) {
+    XParser p(in);
+    std::string out;
+    for (int e = p.next();; e = p.next()) {
+        out += std::to_string(e) + "," + std::to_string(p.getLine()) + "," +
+               std::to_string(p.getColumn()) + "," + std::to_string(p.getDepth());
+        if ((e == 1 || e == 2) && p.elem() != nullptr) {
+            const XElem* el = p.elem();
+            out += el->getQName();
+            out += el->uri() != nullptr ? el->uri() : "-";
+            for (int i = 0; i < el->getAttrCount(); ++i) {
+                const XNs* ns = el->attrNs(i);
+                out += std::string(" ") + el->attrName(i) + "=" + el->attrValue(i) +
+                       (ns != nullptr && ns->getUri() != nullptr ? ns->getUri() : "-");
+            }
+        } else if (e == 3 && p.text() != nullptr) {
+            out += p.text()->isCDATA() ? "C" : "T";
+            out.append(p.text()->string(), static_cast<size_t>(p.text()->getLength()));
+        }
+        out += '\n';
+        if (e == -1) return out;
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -98,6 +141,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 std::abort();
             }
         }
+    }
+    {
+        StringReader buffered(text, n);
+        ByteReader bytes(text, size);
+        if (trace(&buffered) != trace(&bytes)) std::abort();
     }
     StringReader in(text, n);
     XParser p(&in);

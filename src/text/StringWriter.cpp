@@ -13,22 +13,35 @@ const uint32_t kDefaultIncrement = 1024;
 }  // namespace
 
 StringWriter::StringWriter() {
-    init(kDefaultIncrement);
+    init(kDefaultIncrement, kDefaultIncrement);
 }
 
 StringWriter::StringWriter(int increment) {
-    init(increment > 0 ? static_cast<uint32_t>(increment) : kDefaultIncrement);
+    uint32_t step = increment > 0 ? static_cast<uint32_t>(increment) : kDefaultIncrement;
+    init(step, step);
 }
 
 StringWriter::StringWriter(const char* s) {
-    init(kDefaultIncrement);
+    init(kDefaultIncrement, kDefaultIncrement);
     writeString(s);
 }
 
-void StringWriter::init(uint32_t increment) {
+StringWriter::StringWriter(const char* s, int len) {
+    uint32_t step = len > 0 ? static_cast<uint32_t>(len) : kDefaultIncrement;
+    if (s == nullptr || len <= 0) {
+        init(step, step);
+        return;
+    }
+    // The write fills the first increment exactly, so it grows the capacity by one more.
+    init(step, static_cast<size_t>(step) * 2);
+    write(s, len);
+}
+
+void StringWriter::init(uint32_t increment, size_t allocate) {
     increment_ = increment;
-    buffer_ = static_cast<char*>(std::calloc(increment, 1));
+    buffer_ = static_cast<char*>(std::calloc(allocate, 1));
     capacity_ = buffer_ != nullptr ? increment : 0;
+    allocated_ = buffer_ != nullptr ? allocate : 0;
     PlatformUtil::createMutex(&mutex_);
 }
 
@@ -53,15 +66,10 @@ int StringWriter::write(const char* buf, int len) {
         // so a zero always follows it; a longer write takes as many increments as it needs.
         uint64_t grown = static_cast<uint64_t>(capacity_) + increment_;
         if (needed >= grown) grown += ((needed - grown) / increment_ + 1) * increment_;
-        char* bigger = grown <= UINT32_MAX
-                           ? static_cast<char*>(std::realloc(buffer_, static_cast<size_t>(grown)))
-                           : nullptr;
-        if (bigger == nullptr) {
+        if (grown > UINT32_MAX || !reserve(static_cast<size_t>(grown))) {
             PlatformUtil::unlockMutex(&mutex_);
             return 0;
         }
-        std::memset(bigger + capacity_, 0, static_cast<size_t>(grown - capacity_));
-        buffer_ = bigger;
         capacity_ = static_cast<uint32_t>(grown);
     }
     if (len == 1) {
@@ -72,6 +80,24 @@ int StringWriter::write(const char* buf, int len) {
     length_ += static_cast<uint32_t>(len);
     PlatformUtil::unlockMutex(&mutex_);
     return len;
+}
+
+// Makes at least `size` bytes available. The memory grows by doubling (the capacity
+// still follows the increments), so that a text written in many small pieces is not
+// copied again for every increment; the new bytes are zeroed once here.
+bool StringWriter::reserve(size_t size) {
+    if (size <= allocated_) return true;
+    size_t bigger = allocated_ * 2 > size ? allocated_ * 2 : size;
+    char* grown = static_cast<char*>(std::realloc(buffer_, bigger));
+    if (grown == nullptr && bigger > size) {
+        bigger = size;
+        grown = static_cast<char*>(std::realloc(buffer_, bigger));
+    }
+    if (grown == nullptr) return false;
+    std::memset(grown + allocated_, 0, bigger - allocated_);
+    buffer_ = grown;
+    allocated_ = bigger;
+    return true;
 }
 
 bool StringWriter::write(char c) {
@@ -85,8 +111,9 @@ void StringWriter::close() {
 }
 
 void StringWriter::clear() {
-    // Kept without the lock: callers clear between uses, not while others write.
-    if (buffer_ != nullptr) std::memset(buffer_, 0, capacity_);
+    // Kept without the lock: callers clear between uses, not while others write. Only
+    // the text needs zeroing: every byte after it is zero already.
+    if (buffer_ != nullptr) std::memset(buffer_, 0, length_);
     length_ = 0;
 }
 

@@ -9,31 +9,13 @@
 
 #include <velmora/xml/XWriter.h>
 
+#include "xml/XmlOut.h"
+
 namespace velmora {
 
 namespace {
 
 const size_t kInline = 128;
-
-// Stores `s` in the inline buffer when its size with the terminator is at most `limit`,
-// else in a heap block; frees the heap block `*p` held before. A failed allocation leaves
-// an empty text rather than none.
-void storeText(char* inlineBuf, char** p, const char* s, size_t limit) {
-    if (s == nullptr) s = "";
-    size_t size = std::strlen(s) + 1;
-    char* target = inlineBuf;
-    if (size > limit) {
-        target = static_cast<char*>(std::malloc(size));
-        if (target == nullptr) {
-            target = inlineBuf;
-            s = "";
-            size = 1;
-        }
-    }
-    if (target != s) std::memmove(target, s, size);
-    if (*p != nullptr && *p != inlineBuf) std::free(*p);
-    *p = target;
-}
 
 void freeText(char* inlineBuf, char* p) {
     if (p != inlineBuf) std::free(p);
@@ -69,18 +51,90 @@ long readInt32(const char* s) {
 
 }  // namespace
 
+// An attribute node carries its short texts in the same block, right after the node:
+// a text whose size with the terminator is below kInline lives there, a longer one in a
+// heap block of its own. The block is sized for what it holds, so a typical attribute
+// costs one small allocation. Nodes are plain data, made and freed with malloc.
 struct XElem::Attr {
-    char nameInline[kInline];
-    char* name = nullptr;
-    char valueInline[kInline];
-    char* value = nullptr;
-    XNs* ns = nullptr;
-    Attr* next = nullptr;
+    char* name;
+    char* value;
+    XNs* ns;
+    Attr* next;
+    size_t room;  // bytes of text space after the node
 
-    void set(const XNs* n, const char* nm, const char* v) {
-        storeText(nameInline, &name, nm, kInline - 1);
-        storeText(valueInline, &value, v, kInline - 1);
-        setNs(n);
+    char* space() { return reinterpret_cast<char*>(this + 1); }
+    bool inBlock(const char* p) { return p >= space() && p < space() + room; }
+    void freeText(char* p) {
+        if (p != nullptr && p != emptyText() && !inBlock(p)) std::free(p);
+    }
+    // Stands for a text whose heap block could not be had.
+    static char* emptyText() {
+        static char empty[1] = {'\0'};
+        return empty;
+    }
+    static size_t inlineSize(size_t size) { return size < kInline ? size : 0; }
+
+    // A node with room for `room` bytes of text, or `a` grown to it (`a` unlinked, its
+    // texts released); null without memory, `a` then left as it was.
+    static Attr* reserve(Attr* a, size_t room) {
+        if (a != nullptr && a->room >= room) return a;
+        room = (room + 15) & ~static_cast<size_t>(15);
+        auto* b = static_cast<Attr*>(std::realloc(a, sizeof(Attr) + room));
+        if (b == nullptr) return nullptr;
+        if (a == nullptr) {
+            b->name = b->value = nullptr;
+            b->ns = nullptr;
+            b->next = nullptr;
+        }
+        b->room = room;
+        return b;
+    }
+    // The node for `nm` = `v` in namespace `n`: `a` itself (unlinked, texts released)
+    // when it has the room, else a grown or new node; null without memory.
+    static Attr* make(Attr* a, const XNs* n, const char* nm, const char* v) {
+        if (nm == nullptr) nm = "";
+        if (v == nullptr) v = "";
+        size_t nameSize = std::strlen(nm) + 1;
+        size_t valueSize = std::strlen(v) + 1;
+        Attr* b = reserve(a, inlineSize(nameSize) + inlineSize(valueSize));
+        if (b == nullptr) return nullptr;
+        char* t = b->space();
+        b->name = b->put(&t, nm, nameSize);
+        b->value = b->put(&t, v, valueSize);
+        b->setNs(n);
+        return b;
+    }
+    // Copies a text to `*t` in the block when it is short, else to a heap block.
+    static char* put(char** t, const char* s, size_t size) {
+        char* target = *t;
+        if (inlineSize(size) == 0) {
+            target = static_cast<char*>(std::malloc(size));
+            if (target == nullptr) return emptyText();
+        } else {
+            *t += size;
+        }
+        std::memcpy(target, s, size);
+        return target;
+    }
+    void setValue(const char* v) {
+        if (v == nullptr) v = "";
+        size_t size = std::strlen(v) + 1;
+        char* t = inBlock(name) ? name + std::strlen(name) + 1 : space();
+        char* target;
+        if (inlineSize(size) != 0 && size <= static_cast<size_t>(space() + room - t)) {
+            // The old value may be the new one's source: move, then nothing to free.
+            std::memmove(t, v, size);
+            freeText(value);
+            value = t;
+            return;
+        }
+        target = static_cast<char*>(std::malloc(size));
+        if (target == nullptr)
+            target = emptyText();
+        else
+            std::memcpy(target, v, size);
+        freeText(value);
+        value = target;
     }
     void setNs(const XNs* n) {
         // A node reused with the namespace it had (as for every start tag the parser
@@ -94,12 +148,16 @@ struct XElem::Attr {
         ns = copyNs(n);
     }
     void release() {
-        // Heap texts go back; the node keeps its inline buffers and namespace for reuse.
-        freeText(nameInline, name);
-        freeText(valueInline, value);
+        // Heap texts go back; the node keeps its block and namespace for reuse.
+        freeText(name);
+        freeText(value);
         name = value = nullptr;
     }
-    ~Attr() { delete ns; }
+    static void destroy(Attr* a) {
+        a->release();
+        delete a->ns;
+        std::free(a);
+    }
 };
 
 struct XElem::Item {
@@ -109,35 +167,30 @@ struct XElem::Item {
 
 XElem::XElem() : XElem("undefined") {}
 
-XElem::XElem(const char* name) : name_(nullptr), qname_(nullptr) {
-    storeText(nameInline_, &name_, name, kInline);
-    updateQName();
+XElem::XElem(const char* name) {
+    storeNames(name);
 }
 
-XElem::XElem(const XNs* ns, const char* name) : name_(nullptr), qname_(nullptr) {
+XElem::XElem(const XNs* ns, const char* name) {
     ns_ = copyNs(ns);
-    storeText(nameInline_, &name_, name, kInline);
-    updateQName();
+    storeNames(name);
 }
 
-XElem::XElem(const char* prefix, const char* uri, const char* name)
-    : name_(nullptr), qname_(nullptr) {
+XElem::XElem(const char* prefix, const char* uri, const char* name) {
     if (prefix != nullptr || uri != nullptr) ns_ = new XNs(prefix, uri);
-    storeText(nameInline_, &name_, name, kInline);
-    updateQName();
+    storeNames(name);
 }
 
 XElem::~XElem() {
     clearAttr();
     while (spareAttrs_ != nullptr) {
         Attr* next = spareAttrs_->next;
-        delete spareAttrs_;
+        Attr::destroy(spareAttrs_);
         spareAttrs_ = next;
     }
     clearContent();
     delete ns_;
-    freeText(nameInline_, name_);
-    freeText(qnameInline_, qname_);
+    freeText(nameInline_, qname_);
 }
 
 XContent* XElem::newCopy() const {
@@ -152,32 +205,36 @@ XContent* XElem::newCopy() const {
 // --- names and namespaces
 
 void XElem::setName(const char* name) {
-    storeText(nameInline_, &name_, name, kInline);
-    updateQName();
+    storeNames(name);
 }
 
-void XElem::updateQName() {
+// Stores the qualified name for `name` and the current namespace's prefix. `name` may
+// point into the text it replaces.
+void XElem::storeNames(const char* name) {
+    if (name == nullptr) name = "";
     const char* p = prefix();
-    if (p == nullptr) {
-        storeText(qnameInline_, &qname_, name_, kInline - 1);
-        return;
-    }
-    size_t pl = std::strlen(p);
-    size_t nl = std::strlen(name_);
-    size_t size = pl + 1 + nl + 1;
-    char* target = qnameInline_;
-    if (size > kInline - 1) {
+    size_t lead = p != nullptr ? std::strlen(p) + 1 : 0;  // the prefix and its colon
+    size_t size = lead + std::strlen(name) + 1;
+    char* old = qname_;
+    char* target = nameInline_;
+    if (size > kInline) {
         target = static_cast<char*>(std::malloc(size));
         if (target == nullptr) {
-            storeText(qnameInline_, &qname_, name_, kInline - 1);
-            return;
+            // Without memory the element keeps an empty name rather than none.
+            target = nameInline_;
+            name = "";
+            lead = 0;
+            size = 1;
         }
     }
-    std::memcpy(target, p, pl);
-    target[pl] = ':';
-    std::memcpy(target + pl + 1, name_, nl + 1);
-    if (qname_ != nullptr && qname_ != qnameInline_) std::free(qname_);
+    std::memmove(target + lead, name, size - lead);
+    if (lead > 0) {
+        std::memcpy(target, p, lead - 1);
+        target[lead - 1] = ':';
+    }
     qname_ = target;
+    name_ = target + lead;
+    if (old != nullptr && old != nameInline_ && old != target) std::free(old);
 }
 
 const char* XElem::prefix() const {
@@ -201,7 +258,7 @@ void XElem::setNs(const XNs* ns) {
         delete ns_;
         ns_ = copyNs(ns);
     }
-    updateQName();
+    storeNames(name_);
 }
 
 XNs* XElem::findNs(const char* uri) const {
@@ -326,14 +383,11 @@ int64_t XElem::getl(const char* name, int64_t def) const {
 }
 
 void XElem::appendAttr(const XNs* ns, const char* name, const char* value) {
-    Attr* a = spareAttrs_;
-    if (a != nullptr) {
-        spareAttrs_ = a->next;
-        a->next = nullptr;
-    } else {
-        a = new Attr();
-    }
-    a->set(ns, name, value);
+    Attr* spare = spareAttrs_;
+    Attr* a = Attr::make(spare, ns, name, value);
+    if (a == nullptr) return;  // no memory: the attribute is not added
+    if (spare != nullptr) spareAttrs_ = a->next;
+    a->next = nullptr;
     if (attrsTail_ == nullptr) {
         attrs_ = a;
     } else {
@@ -347,7 +401,7 @@ void XElem::putAttr(const XNs* ns, bool useNs, const char* name, const char* val
     if (name == nullptr) return;
     Attr* a = findAttr(ns, useNs, name);
     if (a != nullptr) {
-        storeText(a->valueInline, &a->value, value, kInline - 1);
+        a->setValue(value);
     } else {
         appendAttr(useNs ? ns : nullptr, name, value);
     }
@@ -421,6 +475,19 @@ void XElem::addAttrBool(const XNs* ns, const char* name, bool value) {
     addAttr(ns, name, value ? "true" : "false");
 }
 
+void XElem::takeAttrs(XElem* from) {
+    if (from == nullptr || from == this || from->attrs_ == nullptr) return;
+    if (attrsTail_ == nullptr) {
+        attrs_ = from->attrs_;
+    } else {
+        attrsTail_->next = from->attrs_;
+    }
+    attrsTail_ = from->attrsTail_;
+    attrCount_ += from->attrCount_;
+    from->attrs_ = from->attrsTail_ = nullptr;
+    from->attrCount_ = 0;
+}
+
 void XElem::unlinkAttr(Attr* target) {
     Attr* prev = nullptr;
     for (Attr* a = attrs_; a != nullptr; prev = a, a = a->next) {
@@ -428,8 +495,7 @@ void XElem::unlinkAttr(Attr* target) {
         (prev != nullptr ? prev->next : attrs_) = a->next;
         if (attrsTail_ == a) attrsTail_ = prev;
         --attrCount_;
-        a->release();
-        delete a;
+        Attr::destroy(a);
         return;
     }
 }
@@ -618,37 +684,60 @@ XElemList* XElem::elems(const XNs* ns, const char* name) const {
 
 void XElem::write(XWriter* out, int indent) const {
     if (out == nullptr) return;
+    xml::XmlOut run(out);
+    writeTo(run, indent);
+}
+
+void XElem::writeTo(xml::XmlOut& out, int indent) const {
     const char* p = prefix();
-    out->indent(indent)->w('<');
-    if (p != nullptr) out->w(p)->w(':');
-    out->w(name_);
+    size_t prefixLen = p != nullptr ? std::strlen(p) : 0;
+    size_t nameLen = std::strlen(name_);
+    out.spaces(indent);
+    out.put('<');
+    if (p != nullptr) {
+        out.put(p, prefixLen);
+        out.put(':');
+    }
+    out.put(name_, nameLen);
     for (Attr* a = attrs_; a != nullptr; a = a->next) {
-        out->w(' ');
+        out.put(' ');
         // An attribute namespace without a prefix is written as no prefix.
-        if (a->ns != nullptr && !a->ns->isDefault()) out->w(a->ns->getPrefix())->w(':');
-        out->w(a->name)->w("=\"")->safe(a->value, true)->w('"');
+        if (a->ns != nullptr && !a->ns->isDefault()) {
+            out.put(a->ns->getPrefix());
+            out.put(':');
+        }
+        out.put(a->name);
+        out.put("=\"", 2);
+        out.escaped(a->value);
+        out.put('"');
     }
     if (content_ == nullptr) {
-        out->w("/>\n");
+        out.put("/>\n", 3);
         return;
     }
     if (contentCount_ == 1 && content_->node->getType() == TEXT) {
-        out->w('>');
-        static_cast<XText*>(content_->node)->write(out);
+        out.put('>');
+        const auto* t = static_cast<const XText*>(content_->node);
+        out.text(t->string(), static_cast<size_t>(t->getLength()), t->isCDATA());
     } else {
-        out->w(">\n");
+        out.put(">\n", 2);
         for (Item* i = content_; i != nullptr; i = i->next) {
             if (i->node->getType() == ELEMENT) {
-                static_cast<XElem*>(i->node)->write(out, indent + 1);
+                static_cast<const XElem*>(i->node)->writeTo(out, indent + 1);
             } else {
-                static_cast<XText*>(i->node)->write(out);
+                const auto* t = static_cast<const XText*>(i->node);
+                out.text(t->string(), static_cast<size_t>(t->getLength()), t->isCDATA());
             }
         }
-        out->indent(indent);
+        out.spaces(indent);
     }
-    out->w("</");
-    if (p != nullptr) out->w(p)->w(':');
-    out->w(name_)->w(">\n");
+    out.put("</", 2);
+    if (p != nullptr) {
+        out.put(p, prefixLen);
+        out.put(':');
+    }
+    out.put(name_, nameLen);
+    out.put(">\n", 2);
 }
 
 }  // namespace velmora

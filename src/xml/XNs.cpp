@@ -7,14 +7,6 @@ namespace velmora {
 
 namespace {
 
-char* copyOf(const char* s) {
-    if (s == nullptr) return nullptr;
-    size_t n = std::strlen(s) + 1;
-    char* c = static_cast<char*>(std::malloc(n));
-    if (c != nullptr) std::memcpy(c, s, n);
-    return c;
-}
-
 bool sameText(const char* a, const char* b) {
     if (a == nullptr || b == nullptr) return a == b;
     return std::strcmp(a, b) == 0;
@@ -22,11 +14,25 @@ bool sameText(const char* a, const char* b) {
 
 }  // namespace
 
-XNs::XNs(const char* prefix, const char* uri) : prefix_(copyOf(prefix)), uri_(copyOf(uri)) {}
+// Both texts share one block: the prefix first, then the URI.
+XNs::XNs(const char* prefix, const char* uri) : prefix_(nullptr), uri_(nullptr) {
+    size_t prefixSize = prefix != nullptr ? std::strlen(prefix) + 1 : 0;
+    size_t uriSize = uri != nullptr ? std::strlen(uri) + 1 : 0;
+    if (prefixSize + uriSize == 0) return;
+    char* block = static_cast<char*>(std::malloc(prefixSize + uriSize));
+    if (block == nullptr) return;
+    if (prefix != nullptr) {
+        std::memcpy(block, prefix, prefixSize);
+        prefix_ = block;
+    }
+    if (uri != nullptr) {
+        std::memcpy(block + prefixSize, uri, uriSize);
+        uri_ = block + prefixSize;
+    }
+}
 
 XNs::~XNs() {
-    std::free(prefix_);
-    std::free(uri_);
+    std::free(prefix_ != nullptr ? prefix_ : uri_);
 }
 
 XNs* XNs::newCopy() const {

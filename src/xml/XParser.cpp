@@ -156,6 +156,31 @@ int XParser::readRaw() {
 
 bool XParser::skipWhitespace() {
     bool skipped = false;
+    // Blanks, tabs and line feeds straight from the reader's buffer; a carriage return,
+    // a stop or the end of the buffer goes the general way.
+    if (pushback_ < 0 && lookahead_ < 0 && !stopped_) {
+        const unsigned char* p = cur_;
+        for (; p < end_; ++p) {
+            if (*p == ' ' || *p == '\t') {
+                ++column_;
+            } else if (*p == '\n') {
+                ++line_;
+                column_ = 0;
+            } else {
+                break;
+            }
+        }
+        skipped = p != cur_;
+        cur_ = p;
+        if (p < end_ && *p < 128 && *p != '\r') {
+            // The first character after the blanks, read and handed back as readChar()
+            // and pushBack() would (a line feed was taken above).
+            ++cur_;
+            ++column_;
+            pushBack(*p);
+            return skipped;
+        }
+    }
     for (;;) {
         int c = readChar();
         if (c < 0) return skipped;
@@ -167,7 +192,7 @@ bool XParser::skipWhitespace() {
     }
 }
 
-bool XParser::append(char** buf, int* len, int* cap, int c) {
+inline bool XParser::append(char** buf, int* len, int* cap, int c) {
     if (*len + 1 >= *cap) {
         int bigger = *cap > 0 ? *cap * 2 : kScratch;
         char* grown = static_cast<char*>(std::realloc(*buf, static_cast<size_t>(bigger)));
@@ -179,12 +204,61 @@ bool XParser::append(char** buf, int* len, int* cap, int c) {
     return true;
 }
 
+// Takes `n` plain characters at `run` (the reader's buffer at cur_) as read: appended to
+// `*buf`, counted as columns, consumed.
+inline void XParser::appendRun(char** buf, int* len, int* cap, const unsigned char* run, int n) {
+    if (n <= 0) return;
+    while (*len + n + 1 >= *cap) {
+        int bigger = *cap > 0 ? *cap * 2 : kScratch;
+        char* grown = static_cast<char*>(std::realloc(*buf, static_cast<size_t>(bigger)));
+        if (grown == nullptr) break;
+        *buf = grown;
+        *cap = bigger;
+    }
+    if (*len + n + 1 < *cap) {
+        std::memcpy(*buf + *len, run, static_cast<size_t>(n));
+        *len += n;
+    }
+    column_ += n;
+    cur_ = run + n;
+}
+
 // A plain name beginning with `c` (a name character) into `*buf`, zero-terminated; the
 // character after it is pushed back. Returns its length.
 int XParser::readPlainName(int c, char** buf, int* cap) {
     int len = 0;
+    if (c >= 0 && (classes_[c] & xml::kNameChar) != 0 && pushback_ < 0 && lookahead_ < 0 &&
+        !stopped_) {
+        // The whole name in the reader's buffer: name characters are plain ASCII that
+        // only move the column on, and the character after the name is read and handed
+        // back as readChar() and pushBack() would, when it is plain too.
+        const unsigned char* p = cur_;
+        while (p < end_ && (classes_[*p] & xml::kNameChar) != 0)
+            ++p;
+        if (p < end_ && *p < 128 && *p != '\r') {
+            append(buf, &len, cap, c);
+            appendRun(buf, &len, cap, cur_, static_cast<int>(p - cur_));
+            unsigned char after = *cur_++;
+            if (after == '\n') {
+                ++line_;
+                column_ = 0;
+            } else {
+                ++column_;
+            }
+            pushBack(after);
+            if (*cap > 0) (*buf)[len] = '\0';
+            return len;
+        }
+    }
     while (c >= 0 && (classes_[c] & xml::kNameChar) != 0) {
         append(buf, &len, cap, c);
+        // The rest of the name straight from the reader's buffer.
+        if (pushback_ < 0 && lookahead_ < 0 && !stopped_) {
+            const unsigned char* p = cur_;
+            while (p < end_ && (classes_[*p] & xml::kNameChar) != 0)
+                ++p;
+            appendRun(buf, &len, cap, cur_, static_cast<int>(p - cur_));
+        }
         c = readChar();
     }
     if (c >= 0) pushBack(c);
@@ -311,27 +385,20 @@ bool XParser::readText(int first) {
             const unsigned char* start = p;
             while (p < end_) {
                 unsigned char b = *p;
-                if (b > 127 || b == '<' || b == '>' || b == '&' || b == '\r' || b == '\n') break;
+                if (b == '\n') {
+                    // A line feed ends a line: the run before it counts its columns.
+                    appendRun(&buf_, &bufLen_, &bufCap_, start, static_cast<int>(p - start));
+                    append(&buf_, &bufLen_, &bufCap_, '\n');
+                    ++line_;
+                    column_ = 0;
+                    start = cur_ = ++p;
+                    continue;
+                }
+                if (b > 127 || b == '<' || b == '>' || b == '&' || b == '\r') break;
                 if ((classes_[b] & xml::kSpaceChar) == 0) nonBlank = true;
                 ++p;
             }
-            int n = static_cast<int>(p - start);
-            if (n > 0) {
-                while (bufLen_ + n + 1 >= bufCap_) {
-                    int bigger = bufCap_ > 0 ? bufCap_ * 2 : kScratch;
-                    char* grown =
-                        static_cast<char*>(std::realloc(buf_, static_cast<size_t>(bigger)));
-                    if (grown == nullptr) break;
-                    buf_ = grown;
-                    bufCap_ = bigger;
-                }
-                if (bufLen_ + n + 1 < bufCap_) {
-                    std::memcpy(buf_ + bufLen_, start, static_cast<size_t>(n));
-                    bufLen_ += n;
-                }
-                column_ += n;
-                cur_ = p;
-            }
+            appendRun(&buf_, &bufLen_, &bufCap_, start, static_cast<int>(p - start));
         }
         int c = readChar();
         if (c < 0) return false;
@@ -449,6 +516,18 @@ void XParser::readAttribute(int first, int level) {
     }
     bufLen_ = 0;
     for (;;) {
+        // Characters that stand for themselves straight from the reader's buffer.
+        if (pushback_ < 0 && lookahead_ < 0 && !stopped_) {
+            const unsigned char* p = cur_;
+            while (p < end_) {
+                unsigned char b = *p;
+                if (b > 127 || b == quote || b == '&' || b == '<' || b == '>' || b == '\r' ||
+                    b == '\n')
+                    break;
+                ++p;
+            }
+            appendRun(&buf_, &bufLen_, &bufCap_, cur_, static_cast<int>(p - cur_));
+        }
         c = readChar();
         if (c < 0 || c == quote) break;
         append(&buf_, &bufLen_, &bufCap_, decode(c));
@@ -677,7 +756,12 @@ XElem* XParser::parseCurrent(bool close) {
             break;
         }
         if (event == START) {
-            auto* child = static_cast<XElem*>(elem()->newCopy());
+            // The parser's element for this level is not seen again before its next
+            // start tag clears it, so the new node takes its attributes instead of
+            // copying them.
+            XElem* parsed = elem();
+            auto* child = new XElem(parsed->getNs(), parsed->getName());
+            child->takeAttrs(parsed);
             current->addContent(child);
             current = child;
             ++level;

@@ -5,19 +5,10 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "xml/XmlOut.h"
 #include "xml/XmlTables.h"
 
 namespace velmora {
-
-namespace {
-
-// Whether byte `c` needs more than itself: a reference (quotes, control bytes, bytes above
-// 126) or a named entity (< > &).
-inline bool needsEscape(unsigned char c) {
-    return c < 32 || c > 126 || c == '"' || c == '\'' || c == '<' || c == '>' || c == '&';
-}
-
-}  // namespace
 
 XWriter::XWriter() = default;
 
@@ -89,7 +80,12 @@ XWriter* XWriter::prolog() {
 }
 
 XWriter* XWriter::attr(const char* name, const char* value) {
-    return w(name)->w("=\"")->safe(value, true)->w('"');
+    xml::XmlOut run(this);
+    run.put(name);
+    run.put("=\"", 2);
+    run.escaped(value);
+    run.put('"');
+    return this;
 }
 
 XWriter* XWriter::attrf(const char* name, const char* format, int size, ...) {
@@ -115,39 +111,18 @@ XWriter* XWriter::safe(const char* s, bool escapeWhitespace) {
 }
 
 XWriter* XWriter::safe(const char* s, int n, bool escapeWhitespace) {
-    if (s == nullptr) return this;
-    // Runs of bytes that stand for themselves go out in one write.
-    int start = 0;
-    for (int i = 0; i < n; ++i) {
-        if (!needsEscape(static_cast<unsigned char>(s[i]))) continue;
-        if (i > start) write(s + start, i - start);
-        safe(s[i], escapeWhitespace);
-        start = i + 1;
-    }
-    if (n > start) write(s + start, n - start);
+    if (s == nullptr || n <= 0) return this;
+    // Runs of bytes that stand for themselves and the references between them go out
+    // together, one write per block.
+    xml::XmlOut run(this);
+    run.escaped(s, static_cast<size_t>(n), escapeWhitespace);
     return this;
 }
 
 XWriter* XWriter::safe(char c, bool escapeWhitespace) {
-    signed char sc = static_cast<signed char>(c);
-    if (sc < 32 || sc > 126 || c == '"' || c == '\'') {
-        if (!escapeWhitespace && (c == '\n' || c == '\r' || c == '\t')) return w(c);
-        char buf[16];
-        int len = std::snprintf(buf, sizeof buf, "&#x%x;",
-                                static_cast<unsigned>(static_cast<unsigned char>(c)));
-        write(buf, len);
-        return this;
-    }
-    switch (c) {
-        case '<':
-            return w("&lt;");
-        case '>':
-            return w("&gt;");
-        case '&':
-            return w("&amp;");
-        default:
-            return w(c);
-    }
+    xml::XmlOut run(this);
+    run.escaped(&c, 1, escapeWhitespace);
+    return this;
 }
 
 XWriter* XWriter::safe(XWriter* out, const char* s, bool escapeWhitespace) {

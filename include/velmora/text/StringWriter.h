@@ -1,6 +1,7 @@
 // A growable in-memory text, safe to write from several threads. The buffer always holds
-// a terminating zero after the text and grows by one increment per write call (as far as
-// needed for a write longer than that).
+// a terminating zero after the text and its capacity grows by one increment per write
+// call (as far as needed for a write longer than that). The memory behind it grows at
+// least by doubling, so that a long text costs few reallocations whatever the increment.
 //
 //   velmora::StringWriter out;
 //   out.writeString("port=");
@@ -8,6 +9,7 @@
 //   puts(out.getString());  // "port=8"
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include <velmora/platform/PlatformUtil.h>
@@ -20,6 +22,8 @@ public:
     StringWriter();                        // increment and capacity 1024
     explicit StringWriter(int increment);  // increment and initial capacity; <= 0 means 1024
     explicit StringWriter(const char* s);  // as StringWriter(), then writeString(s)
+    // As StringWriter(len), then write(s, len), with the memory for both taken at once.
+    StringWriter(const char* s, int len);
     ~StringWriter() override;
 
     // Appends under the lock and returns `len`, also when closed (then nothing is written).
@@ -42,12 +46,15 @@ public:
 private:
     StringWriter(const StringWriter&) = delete;
     StringWriter& operator=(const StringWriter&) = delete;
-    void init(uint32_t increment);
+    void init(uint32_t increment, size_t allocate);
+    bool reserve(size_t size);  // under the lock
 
     char* buffer_ = nullptr;
     uint32_t increment_ = 0;
     uint32_t capacity_ = 0;
     uint32_t length_ = 0;
+    // Bytes allocated, at least capacity_; everything after the text is zero.
+    size_t allocated_ = 0;
     PlatformMutex mutex_ = nullptr;
     bool closed_ = false;
 };

@@ -19,6 +19,9 @@
 namespace velmora {
 
 class XWriter;
+namespace xml {
+class XmlOut;
+}
 
 class VELMORA_API XElem : public XContent {
 public:
@@ -116,17 +119,23 @@ public:
     struct Item;  // a content list node
 
 private:
-    void updateQName();
+    friend class XParser;
+    // Moves the attributes of `from` (left without any) to the end of this element's.
+    void takeAttrs(XElem* from);
+    void storeNames(const char* name);
     Attr* attrAt(int i) const;
     Attr* findAttr(const XNs* ns, bool useNs, const char* name) const;
     void appendAttr(const XNs* ns, const char* name, const char* value);
     void putAttr(const XNs* ns, bool useNs, const char* name, const char* value);
     void unlinkAttr(Attr* a);
+    void writeTo(xml::XmlOut& out, int indent) const;
 
+    // The qualified name "prefix:name" (or just the name), inside the element when its
+    // size is at most 128 bytes, else in a heap block; name_ points into it after the
+    // colon, and without a prefix both are the same text.
     char nameInline_[128];
-    char* name_;
-    char qnameInline_[128];
-    char* qname_;
+    char* name_ = nullptr;
+    char* qname_ = nullptr;
     Attr* attrs_ = nullptr;
     Attr* attrsTail_ = nullptr;
     int attrCount_ = 0;

@@ -85,6 +85,7 @@ private:
     void pop();
     void setText(bool cdata);
     bool append(char** buf, int* len, int* cap, int c);
+    void appendRun(char** buf, int* len, int* cap, const unsigned char* run, int n);
 
     int line_ = 1;
     int column_ = 0;

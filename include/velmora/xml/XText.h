@@ -24,17 +24,18 @@ public:
 
     bool isCDATA() const { return cdata_; }
     void setCDATA(bool cdata) { cdata_ = cdata; }
-    const char* string() const { return buffer_->getString(); }
-    int getLength() const { return buffer_->getLength(); }
+    const char* string() const { return buffer_.getString(); }
+    int getLength() const { return buffer_.getLength(); }
     // The characters themselves, for appending or clearing in place.
-    StringWriter* getBuffer() const { return buffer_; }
+    StringWriter* getBuffer() const { return &buffer_; }
 
     // A CDATA node as "<![CDATA[" raw "]]>"; other text escaped with line feeds, carriage
     // returns and tabs kept literal.
     void write(XWriter* out) const;
 
 private:
-    StringWriter* buffer_;
+    // Held inside the node (one allocation less per text); locked as any string writer.
+    mutable StringWriter buffer_;
     bool cdata_ = false;
 };
 
