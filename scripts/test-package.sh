@@ -30,7 +30,7 @@ fail() {
     echo "package test: $*" >&2
     exit 1
 }
-step() { printf -- '--- %s\n' "$*"; }
+step() { printf -- '--- %s (at %d s)\n' "$*" "$SECONDS"; }
 
 work=$(mktemp -d)
 chmod 755 "$work"  # the daemon's user must reach its home inside
@@ -135,7 +135,7 @@ verify=$(systemd-analyze verify --man=no "$unit" 2>&1) || fail "systemd-analyze 
 # ---------------------------------------------------------------------------------------
 step "the daemon as the unit starts it"
 unit_value() { sed -n "s/^$1=//p" "$unit"; }
-[ "$(unit_value DynamicUser)" = yes ] && [ "$(unit_value NoNewPrivileges)" = yes ] ||
+[[ "$(unit_value DynamicUser)" = yes && "$(unit_value NoNewPrivileges)" = yes ]] ||
     fail "the unit must run as its own user without new privileges"
 [ "$(unit_value Environment)" = "VELMORA_HOME=%S/$(unit_value StateDirectory)" ] ||
     fail "the unit's home must be its state directory"
@@ -184,7 +184,7 @@ stop() {
 # shellcheck disable=SC2086  # ExecStart is split into words as systemd splits it
 start service "$caps" $exec_start --port 0
 status=$(grep -E '^(Uid|CapEff|CapAmb):' "/proc/$pid/status")
-echo "$status" | grep -q "^Uid:[[:space:]]*$uid[[:space:]]" || fail "not running as $uid: $status"
+echo "$status" | grep -q "^Uid:[[:space:]]*${uid}[[:space:]]" || fail "not running as $uid: $status"
 echo "$status" | grep -q '^CapEff:[[:space:]]*0000000000002000$' || fail "capabilities: $status"
 answer=$(curl -sS --max-time 10 "http://127.0.0.1:$port/status")
 [[ "$answer" == *"<status version="* ]] || fail "/status answered: $answer"
@@ -221,7 +221,7 @@ for d in /usr/include/velmora "$libdir/cmake/VelmoraCommon"; do
     [ ! -e "$d" ] || fail "$d is left after apt-get remove"
 done
 [ "$(installed velmorad)" = config-files ] || fail "velmorad should keep only its settings"
-apt-get purge "${apt_options[@]}" "${packages[@]}" >/dev/null
+purge_ours
 [ ! -e /etc/velmorad ] || fail "/etc/velmorad is left after purge"
 for p in "${packages[@]}"; do
     case "$(installed "$p")" in not-installed | "") ;; *) fail "$p is still known to dpkg" ;; esac
@@ -261,6 +261,6 @@ answer=$(wine "$work/win-consumer/consumer.exe" </dev/null | tr -d '\r')
 # velmorad.exe needs nothing beside it but the archive's DLLs (--help ends with 2).
 rc=0
 answer=$(wine "$work/win/bin/velmorad.exe" --help </dev/null | tr -d '\r') || rc=$?
-[ "$rc" -eq 2 ] && [[ "$answer" == "usage: velmorad"* ]] ||
+[[ "$rc" -eq 2 && "$answer" == "usage: velmorad"* ]] ||
     fail "velmorad.exe --help from the archive: rc $rc, $answer"
-echo "package stage passed"
+echo "package stage passed in $SECONDS s"
