@@ -5,13 +5,13 @@
 #   - installed with apt-get: a consumer builds through find_package and through pkg-config;
 #   - the service unit passes `systemd-analyze verify` (offline: no running systemd needed);
 #   - the installed daemon, started as the unit starts it (a user id of its own, only
-#     CAP_NET_RAW, the unit's command line), answers /status and pings 127.0.0.1, and the
-#     same start without the capability cannot ping;
+#     CAP_NET_RAW, the unit's command line, a read-only system but for its state directory),
+#     answers /status and pings 127.0.0.1, and the same start without the capability cannot;
 #   - removed, nothing is left but the settings file; purged, not even that;
 #   - the Windows archive holds what it should, and a consumer cross-built against it runs
 #     under Wine, as does its velmorad.exe.
 # It installs and removes the three velmora packages (as root) and nothing else: the daemon's
-# home is a temporary folder, its user an id that no account has.
+# home is a temporary folder, its user an id that no account has, its mounts in a namespace.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
@@ -146,12 +146,27 @@ caps=$(unit_value AmbientCapabilities | tr 'A-Z ' 'a-z\n' | sed 's/^cap_//' | pa
 [ "$(unit_value CapabilityBoundingSet)" = CAP_NET_RAW ] || fail "the unit's bounding set"
 # A user id that no account, group or process has, from systemd's range for dynamic users.
 uid=61184
-while getent passwd "$uid" >/dev/null || getent group "$uid" >/dev/null || pgrep -u "$uid" >/dev/null; do
+while getent passwd "$uid" >/dev/null || getent group "$uid" >/dev/null ||
+    grep -qs "^Uid:[[:space:]]*${uid}[[:space:]]" /proc/[0-9]*/status; do
     uid=$((uid + 1))
 done
 
-# start NAME CAPS ARGS...: runs the daemon as $uid with only CAPS (may be empty) in the home
-# $work/NAME, as systemd would with DynamicUser and StateDirectory; sets $port.
+# The file system as the unit's sandbox shows it, in a mount namespace of the daemon's own
+# (the machine's mounts stay as they are): everything read-only (ProtectSystem=strict) but
+# the state directory, which is the home (StateDirectory, VELMORA_HOME=%S/...), an empty
+# /tmp (PrivateTmp), no /home, /root or /run/user (ProtectHome). Then runs "$@" there.
+state=/var/lib/$(unit_value StateDirectory)
+# shellcheck disable=SC2016  # expanded by the sandbox's shell
+sandbox='home=$1; shift
+mount -t tmpfs -o mode=755 velmorad-state /var/lib && mkdir "$STATE" &&
+mount --bind "$home" "$STATE" && mount -t tmpfs -o mode=1777 velmorad-tmp /tmp &&
+for d in /home /root /run/user; do
+    [ ! -d "$d" ] || mount -t tmpfs -o mode=000 velmorad-hidden "$d" || exit 1
+done &&
+mount -o remount,bind,ro / && cd "$STATE" && exec "$@"'
+
+# start NAME CAPS ARGS...: runs the daemon as $uid with only CAPS (may be empty) and the
+# home $work/NAME, in the sandbox above, as systemd would with DynamicUser; sets $pid, $port.
 start() {
     local name=$1 with=$2 home=$work/$1
     shift 2
@@ -160,8 +175,9 @@ start() {
     chmod 700 "$home"
     local capsets=(--inh-caps=-all --bounding-set=-all)
     [ -z "$with" ] || capsets=(--inh-caps="-all,+$with" --ambient-caps="+$with" --bounding-set="-all,+$with")
-    (cd "$home" && exec setpriv --reuid="$uid" --regid="$uid" --clear-groups "${capsets[@]}" \
-        --no-new-privs env -i PATH=/usr/bin:/bin VELMORA_HOME="$home" "$@") >"$work/$name.out" 2>&1 &
+    STATE=$state unshare --mount --propagation private sh -c "$sandbox" sandbox "$home" \
+        setpriv --reuid="$uid" --regid="$uid" --clear-groups "${capsets[@]}" --no-new-privs \
+        env -i PATH=/usr/bin:/bin VELMORA_HOME="$state" "$@" >"$work/$name.out" 2>&1 &
     daemons+=($!)
     pid=$!
     port=""
