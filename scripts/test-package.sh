@@ -131,6 +131,7 @@ step "systemd-analyze verify"
 # Works offline: it loads the unit and checks its settings and the program it starts.
 verify=$(systemd-analyze verify --man=no "$unit" 2>&1) || fail "systemd-analyze verify: $verify"
 [ -z "$verify" ] || fail "systemd-analyze verify warns: $verify"
+echo "  $(systemd-analyze security --offline=yes "$unit" 2>&1 | tail -1)"
 
 # ---------------------------------------------------------------------------------------
 step "the daemon as the unit starts it"
@@ -154,7 +155,8 @@ done
 # The file system as the unit's sandbox shows it, in a mount namespace of the daemon's own
 # (the machine's mounts stay as they are): everything read-only (ProtectSystem=strict) but
 # the state directory, which is the home (StateDirectory, VELMORA_HOME=%S/...), an empty
-# /tmp (PrivateTmp), no /home, /root or /run/user (ProtectHome). Then runs "$@" there.
+# /tmp (PrivateTmp), no /home, /root or /run/user (ProtectHome). Then runs "$@" there with
+# the unit's UMask.
 state=/var/lib/$(unit_value StateDirectory)
 # shellcheck disable=SC2016  # expanded by the sandbox's shell
 sandbox='home=$1; shift
@@ -163,7 +165,7 @@ mount --bind "$home" "$STATE" && mount -t tmpfs -o mode=1777 velmorad-tmp /tmp &
 for d in /home /root /run/user; do
     [ ! -d "$d" ] || mount -t tmpfs -o mode=000 velmorad-hidden "$d" || exit 1
 done &&
-mount -o remount,bind,ro / && cd "$STATE" && exec "$@"'
+mount -o remount,bind,ro / && cd "$STATE" && umask "$UMASK" && exec "$@"'
 
 # start NAME CAPS ARGS...: runs the daemon as $uid with only CAPS (may be empty) and the
 # home $work/NAME, in the sandbox above, as systemd would with DynamicUser; sets $pid, $port.
@@ -175,7 +177,7 @@ start() {
     chmod 700 "$home"
     local capsets=(--inh-caps=-all --bounding-set=-all)
     [ -z "$with" ] || capsets=(--inh-caps="-all,+$with" --ambient-caps="+$with" --bounding-set="-all,+$with")
-    STATE=$state unshare --mount --propagation private sh -c "$sandbox" sandbox "$home" \
+    STATE=$state UMASK=$(unit_value UMask) unshare --mount --propagation private sh -c "$sandbox" sandbox "$home" \
         setpriv --reuid="$uid" --regid="$uid" --clear-groups "${capsets[@]}" --no-new-privs \
         env -i PATH=/usr/bin:/bin VELMORA_HOME="$state" "$@" >"$work/$name.out" 2>&1 &
     daemons+=($!)
