@@ -1,18 +1,24 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that a build needs, only when some are missing.
 #   scripts/install-deps.sh run    what building and running the sample program needs
-#   scripts/install-deps.sh test   everything: tests, sanitizers, fuzzers, benchmarks, Windows
+#   scripts/install-deps.sh package   what scripts/package.sh needs (Debian packages, Windows ZIP)
+#   scripts/install-deps.sh test   everything: tests, sanitizers, fuzzers, benchmarks, Windows,
+#                                  packages
 set -euo pipefail
 
 run_packages=(cmake ninja-build g++ pkg-config)
+# dpkg-shlibdeps (dpkg-dev) and file make the Debian packages' dependencies.
+package_packages=("${run_packages[@]}" dpkg-dev file g++-mingw-w64-x86-64-posix)
 test_packages=("${run_packages[@]}" googletest libgtest-dev libgmock-dev libbenchmark-dev
     clang libclang-rt-14-dev clang-format g++-mingw-w64-x86-64-posix wine wine64
-    libexpat1-dev libpugixml-dev libssl-dev default-jdk-headless python3 curl iproute2)
+    libexpat1-dev libpugixml-dev libssl-dev default-jdk-headless python3 curl iproute2
+    dpkg-dev file systemd util-linux)
 
 case "${1:-test}" in
     run) wanted=("${run_packages[@]}") ;;
+    package) wanted=("${package_packages[@]}") ;;
     test) wanted=("${test_packages[@]}") ;;
-    *) echo "usage: $0 run|test" >&2; exit 2 ;;
+    *) echo "usage: $0 run|package|test" >&2; exit 2 ;;
 esac
 
 missing=()

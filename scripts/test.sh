@@ -1,14 +1,15 @@
 #!/usr/bin/env bash
 # Builds everything and passes every test: formatting, the native build (warnings as
 # errors), the native build under AddressSanitizer and UndefinedBehaviorSanitizer, the
-# concurrent tests under ThreadSanitizer, each fuzzer for a short while, and the Windows
-# build under Wine. Stops at the first failure.
+# concurrent tests under ThreadSanitizer, each fuzzer for a short while, the Windows
+# build under Wine, and the packages (built, installed, used, removed: scripts/test-package.sh).
+# Stops at the first failure.
 #   FUZZ_SECONDS=N   how long each fuzzer runs (default 15)
-#   ONLY="native asan tsan fuzz windows format"   run only some of the stages
+#   ONLY="native asan tsan fuzz windows package format"   run only some of the stages
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh test
-only=" ${ONLY:-format native asan tsan fuzz windows} "
+only=" ${ONLY:-format native asan tsan fuzz windows package} "
 stage() { [[ "$only" == *" $1 "* ]]; }
 banner() { printf '\n===== %s =====\n' "$*"; }
 
@@ -46,5 +47,10 @@ fi
 if stage windows; then
     banner "Windows build (mingw-w64) under Wine"
     scripts/test-windows.sh
+fi
+
+if stage package; then
+    banner "packages: Debian packages and the service, the Windows archive"
+    scripts/test-package.sh
 fi
 echo "all stages passed"

@@ -32,9 +32,10 @@ const char kDefaultSettings[] =
 
 void usage() {
     std::printf(
-        "usage: velmorad [--bind ADDR] [--port N] [--home DIR]\n"
+        "usage: velmorad [--bind ADDR] [--port N] [--home DIR] [--config FILE]\n"
         "  serves the platform's HTTP interface; default 127.0.0.1:8080, home from\n"
-        "  VELMORA_HOME or the current directory\n");
+        "  VELMORA_HOME or the current directory, settings from FILE or else\n"
+        "  lib/velmorad.properties in the home\n");
 }
 
 bool number(const char* text, int* out) {
@@ -50,6 +51,7 @@ bool number(const char* text, int* out) {
 bool loadSettings(int argc, char** argv, Settings* s) {
     const char* bind = nullptr;
     const char* home = nullptr;
+    const char* config = nullptr;
     int port = -1;
     for (int i = 1; i < argc; ++i) {
         const char* arg = argv[i];
@@ -66,6 +68,8 @@ bool loadSettings(int argc, char** argv, Settings* s) {
             bind = value;
         } else if (std::strcmp(arg, "--home") == 0) {
             home = value;
+        } else if (std::strcmp(arg, "--config") == 0) {
+            config = value;
         } else if (std::strcmp(arg, "--port") == 0) {
             if (!number(value, &port)) {
                 std::fprintf(stderr, "velmorad: bad port %s\n", value);
@@ -79,6 +83,9 @@ bool loadSettings(int argc, char** argv, Settings* s) {
         ++i;
     }
     s->home = home != nullptr ? home : velmora::Vre::getInstance()->getKovaHome();
+    // A packaged daemon reads its settings from /etc (read-only to it) and keeps only its
+    // state in the home.
+    if (config != nullptr) s->config = config;
 
     std::string file = s->settingsFile();
     if (!velmora::FileUtil::isFileRegular(file.c_str())) {

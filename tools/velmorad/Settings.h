@@ -1,5 +1,6 @@
 // The daemon's settings: an embedded default, then lib/velmorad.properties below the
-// home directory (written from the default when missing), then the command line.
+// home directory (written from the default when missing) or the file named by --config,
+// then the command line.
 #pragma once
 
 #include <string>
@@ -8,6 +9,7 @@ namespace velmorad {
 
 struct Settings {
     std::string home;
+    std::string config;  // --config FILE; empty: lib/velmorad.properties in the home
     std::string bind = "127.0.0.1";
     int port = 8080;
     int maxConnections = 64;        // connections served at once; more get 503
@@ -16,12 +18,14 @@ struct Settings {
     int keepAliveRequests = 100;    // requests on one connection
     int logBackups = 5;
 
-    std::string settingsFile() const { return home + "/lib/velmorad.properties"; }
+    std::string settingsFile() const {
+        return config.empty() ? home + "/lib/velmorad.properties" : config;
+    }
     std::string logFile() const { return home + "/logs/velmorad.log"; }
     std::string levelsFile() const { return home + "/logs/levels.properties"; }
 };
 
-// Reads the command line (--bind ADDR --port N --home DIR, --help) and the settings file.
+// Reads the command line (--bind ADDR --port N --home DIR --config FILE, --help) and the settings file.
 // False, with a message printed, on a bad command line or an unusable home directory.
 bool loadSettings(int argc, char** argv, Settings* settings);
 

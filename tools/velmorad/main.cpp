@@ -2,7 +2,7 @@
 // directory it sets up (lib/velmorad.properties, logs/velmorad.log rotated at start,
 // logs/levels.properties for per-name log levels) until SIGINT or SIGTERM.
 //
-//   velmorad [--bind ADDR] [--port N] [--home DIR]
+//   velmorad [--bind ADDR] [--port N] [--home DIR] [--config FILE]
 #include <velmora/files/FileUtil.h>
 #include <velmora/http/Http.h>
 #include <velmora/http/HttpResponse.h>
