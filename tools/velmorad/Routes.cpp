@@ -13,6 +13,7 @@
 
 #include "Daemon.h"
 #include "Exchange.h"
+#include "WriteFilterRoutes.h"
 
 namespace velmorad {
 
@@ -61,6 +62,8 @@ void index(Exchange& x) {
             "<li><a href=\"/levels\">GET /levels</a>: log levels by name; "
             "POST /levels?name=N&amp;level=L changes one</li>\n"
             "<li><a href=\"/network\">GET /network</a>: the host's TCP/IP settings</li>\n"
+            "<li>GET /write-filter?drive=C: the write filter's overlay state, boot command and "
+            "RAM use; POST /write-filter?drive=C&amp;command=N sets the boot command</li>\n"
             "</ul>\n</body>\n</html>\n");
 }
 
@@ -200,6 +203,14 @@ void route(Exchange& x) {
     } else if (path == "/network") {
         get ? x.replyError(501, "reading the host's TCP/IP settings is not available yet")
             : methodNotAllowed(x, "GET, HEAD");
+    } else if (path == "/write-filter") {
+        if (get) {
+            getWriteFilter(x);
+        } else if (std::strcmp(method, "POST") == 0) {
+            postWriteFilter(x);
+        } else {
+            methodNotAllowed(x, "GET, HEAD, POST");
+        }
     } else {
         x.replyError(404, "no such endpoint; GET / lists them");
     }

@@ -4,6 +4,7 @@
 // a log of the calls that act on a volume.
 #include <windows.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -53,6 +54,16 @@ const EWF_VOLUME_CONFIG* configOf(const Volume& v) {
     return reinterpret_cast<const EWF_VOLUME_CONFIG*>(v.config.data());
 }
 
+// A command that succeeds becomes the volume's pending boot command, as in the filter.
+BOOL command(const char* function, HANDLE device, velmora::ewf::EWF_CMD pending) {
+    if (fails(function)) return 0;
+    Volume* v = byHandle(device);
+    if (v != nullptr) {
+        reinterpret_cast<EWF_VOLUME_CONFIG*>(v->config.data())->BootCommand.Command = pending;
+    }
+    return 1;
+}
+
 EWF_VOLUME_NAME_ENTRY* newEntry(const std::u16string& name, EWF_VOLUME_NAME_ENTRY* next) {
     auto* e = static_cast<EWF_VOLUME_NAME_ENTRY*>(
         std::calloc(1, sizeof(EWF_VOLUME_NAME_ENTRY) + name.size() * sizeof(Wide)));
@@ -66,6 +77,13 @@ void freeEntry(EWF_VOLUME_NAME_ENTRY* e) {
     std::free(e);
     --liveEntries;
 }
+
+// Volumes given to a program that cannot script them (the daemon): VELMORA_FAKE_EWF holds
+// "<letter>:<type>:<state>:<command>:<RAM data size>" per volume, separated by spaces.
+void addFromEnvironment();
+struct FromEnvironment {
+    FromEnvironment() { addFromEnvironment(); }
+} fromEnvironment;
 
 }  // namespace
 
@@ -172,20 +190,48 @@ EXPORT EWF_VOLUME_CONFIG* EwfMgrGetProtectedVolumeConfig(HANDLE device) {
 
 EXPORT BOOL EwfMgrCommit(HANDLE device) {
     record("Commit", device);
-    return !fails("EwfMgrCommit");
+    return command("EwfMgrCommit", device, velmora::ewf::EWF_COMMIT);
 }
 
 EXPORT BOOL EwfMgrDisable(HANDLE device, BOOL commit) {
     record("Disable", device, commit ? ",commit" : ",keep");
-    return !fails("EwfMgrDisable");
+    return command("EwfMgrDisable", device, velmora::ewf::EWF_DISABLE);
 }
 
 EXPORT BOOL EwfMgrClearCommand(HANDLE device) {
     record("ClearCommand", device);
-    return !fails("EwfMgrClearCommand");
+    return command("EwfMgrClearCommand", device, velmora::ewf::EWF_NO_CMD);
 }
 
 EXPORT BOOL EwfMgrEnable(HANDLE device) {
     record("Enable", device);
-    return !fails("EwfMgrEnable");
+    return command("EwfMgrEnable", device, velmora::ewf::EWF_ENABLE);
 }
+
+namespace {
+
+void addFromEnvironment() {
+    const char* spec = std::getenv("VELMORA_FAKE_EWF");
+    for (int used = 0; spec != nullptr && *spec != 0; spec += used) {
+        char letter = 0;
+        int type = 0, state = 0, command = 0;
+        long long ram = 0;
+        used = 0;
+        if (std::sscanf(spec, " %c:%d:%d:%d:%lld%n", &letter, &type, &state, &command, &ram,
+                        &used) != 5 ||
+            used == 0) {
+            return;
+        }
+        EWF_VOLUME_CONFIG c = {};
+        c.Type = static_cast<velmora::ewf::EWF_TYPE>(type);
+        c.State = static_cast<velmora::ewf::EWF_STATE>(state);
+        c.BootCommand.Command = static_cast<velmora::ewf::EWF_CMD>(command);
+        c.RamOverlay.RamDataSize = ram;
+        const std::u16string device = u"\\Device\\HarddiskVolume" + std::u16string(1, letter);
+        device.copy(c.VolumeDesc.DeviceName, device.size());
+        const std::u16string name = u"\\\\?\\Volume{" + std::u16string(1, letter) + u"}";
+        EwfFakeAddVolume(name.c_str(), static_cast<Wide>(letter), &c);
+    }
+}
+
+}  // namespace
