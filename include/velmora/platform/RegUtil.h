@@ -43,7 +43,9 @@ public:
 
     // Opens `path` below `root` one component at a time with `access`. Null when a
     // component is missing (not reported) or another failure was reported. The caller
-    // closes the key with closeKey.
+    // closes the key with closeKey. Each key a component is opened from is closed, the
+    // root included: pass a predefined root (HKEY_LOCAL_MACHINE...), or a key of your own
+    // that you give up. With no components the root itself is the answer.
     static RegKey getKey(ErrorHandler* err, RegKey root, const char* const* path, int count,
                          unsigned long access);
     static void closeKey(RegKey key);
