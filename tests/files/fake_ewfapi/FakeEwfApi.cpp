@@ -211,13 +211,13 @@ EXPORT BOOL EwfMgrEnable(HANDLE device) {
 namespace {
 
 void addFromEnvironment() {
-    const char* spec = std::getenv("VELMORA_FAKE_EWF");
-    for (int used = 0; spec != nullptr && *spec != 0; spec += used) {
+    const char* given = std::getenv("VELMORA_FAKE_EWF");
+    for (int used = 0; given != nullptr && *given != 0; given += used) {
         char letter = 0;
         int type = 0, state = 0, command = 0;
         long long ram = 0;
         used = 0;
-        if (std::sscanf(spec, " %c:%d:%d:%d:%lld%n", &letter, &type, &state, &command, &ram,
+        if (std::sscanf(given, " %c:%d:%d:%d:%lld%n", &letter, &type, &state, &command, &ram,
                         &used) != 5 ||
             used == 0) {
             return;
