@@ -9,6 +9,7 @@
 #include <velmora/collections/NullMapStore.h>
 #include <velmora/collections/PropertiesFile.h>
 #include <velmora/files/DirectoryListing.h>
+#include <velmora/files/EwfUtil.h>
 #include <velmora/files/FileUtil.h>
 #include <velmora/http/Http.h>
 #include <velmora/log/ErrorHandler.h>

@@ -26,14 +26,15 @@ LAUNCHER = []
 
 
 class Daemon:
-    def __init__(self):
+    def __init__(self, env=None):
         self.home = tempfile.mkdtemp(prefix="velmorad-test-")
         os.makedirs(os.path.join(self.home, "lib"))
         with open(os.path.join(self.home, "lib", "velmorad.properties"), "w") as f:
             f.write("maxConnections=24\nreadTimeoutMs=1500\nrequestDeadlineMs=2500\n")
         self.proc = subprocess.Popen(
             LAUNCHER + [DAEMON, "--port", "0", "--home", self.home],
-            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+            env=dict(os.environ, **(env or {})))
         line = self.proc.stdout.readline()
         if "listening on http://127.0.0.1:" not in line:
             self.proc.kill()
@@ -142,6 +143,14 @@ class VelmoradTest(unittest.TestCase):
         self.assertEqual(ET.fromstring(body).tag, "tcpIpSettings")
         r, body = d.get("/network", method="POST")
         self.assertEqual(r.status, 403, "applying is off by default")
+
+    def test_write_filter_without_the_filter_answers_503(self):
+        for method in ("GET", "POST"):
+            r, body = self.d.get("/write-filter?drive=C&command=1", method=method)
+            self.assertEqual(r.status, 503, body)
+            self.assertEqual(ET.fromstring(body).get("message"), "ewfapi.dll is not available")
+        r, _ = self.d.get("/write-filter?drive=CD")
+        self.assertEqual(r.status, 400)
 
     def test_levels_read_change_and_persist(self):
         d = self.d
@@ -271,6 +280,38 @@ class VelmoradTest(unittest.TestCase):
                               "--max-time", "10", url.replace("status", "missing")],
                              capture_output=True)
         self.assertEqual(out.stdout, b"404")
+
+
+class WriteFilterTest(unittest.TestCase):
+    """Under Wine, with the project's test filter library on the daemon's search path and
+    two protected volumes: C (RAM overlay, enabled, commit pending) and D (disk overlay)."""
+
+    @classmethod
+    def setUpClass(cls):
+        fake = os.path.join(os.path.dirname(os.path.abspath(DAEMON)), "ewf-fake")
+        if not LAUNCHER or not os.path.isdir(fake):
+            raise unittest.SkipTest("the test filter library exists in the Windows build only")
+        cls.d = Daemon({"WINEPATH": "Z:" + fake.replace("/", "\\"),
+                        "VELMORA_FAKE_EWF": "C:1:0:4:5000000000 D:0:1:0:0"})
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.d.stop()
+
+    def test_read_and_command_the_overlay(self):
+        d = self.d
+        r, body = d.get("/write-filter?drive=c")
+        self.assertEqual(r.status, 200, body)
+        e = ET.fromstring(body)
+        self.assertEqual((e.tag, e.get("drive"), e.get("state"), e.get("command"),
+                          e.get("ramUsage")), ("writeFilter", "C", "0", "4", "5000000000"))
+        r, body = d.get("/write-filter?drive=D&command=2", method="POST")
+        self.assertEqual(r.status, 200, body)
+        self.assertEqual(ET.fromstring(body).get("command"), "2")
+        r, body = d.get("/write-filter?drive=E&command=1", method="POST")
+        self.assertEqual(r.status, 404, body)
+        r, body = d.get("/write-filter?drive=C&command=3", method="POST")
+        self.assertEqual(r.status, 400, body)
 
 
 if __name__ == "__main__":

@@ -14,6 +14,7 @@
 #include "Daemon.h"
 #include "Exchange.h"
 #include "NetworkRoutes.h"
+#include "WriteFilterRoutes.h"
 
 namespace velmorad {
 
@@ -63,6 +64,8 @@ void index(Exchange& x) {
             "POST /levels?name=N&amp;level=L changes one</li>\n"
             "<li><a href=\"/network\">GET /network</a>: the host's TCP/IP settings; "
             "POST /network applies a document when network.apply=true</li>\n"
+            "<li>GET /write-filter?drive=C: the write filter's overlay state, boot command and "
+            "RAM use; POST /write-filter?drive=C&amp;command=N sets the boot command</li>\n"
             "</ul>\n</body>\n</html>\n");
 }
 
@@ -201,6 +204,14 @@ void route(Exchange& x) {
         }
     } else if (path == "/network") {
         network(x, get);
+    } else if (path == "/write-filter") {
+        if (get) {
+            getWriteFilter(x);
+        } else if (std::strcmp(method, "POST") == 0) {
+            postWriteFilter(x);
+        } else {
+            methodNotAllowed(x, "GET, HEAD, POST");
+        }
     } else {
         x.replyError(404, "no such endpoint; GET / lists them");
     }

@@ -4,14 +4,14 @@
 // whether this Windows is at least a given version.
 //
 //   const char* const path[] = {"SYSTEM", "CurrentControlSet", "Services", "Tcpip", "Parameters"};
-//   unsigned long type = 0, size = sizeof name;
 //   char name[256];
+//   unsigned long type = 0, size = sizeof name;
 //   long st = velmora::RegUtil::getKeyValue(log, HKEY_LOCAL_MACHINE, path, 5, "Hostname",
 //                                           &type, reinterpret_cast<unsigned char*>(name), &size);
 //
 // Statuses are the registry's own (0 success, 2 not found, 5 access denied...). A missing
-// key or value is an ordinary answer and is never reported; every other failing status is
-// reported through SystemErrorFactory::error.
+// key, or a missing value on a read, is an ordinary answer and is never reported; every
+// other failing status is reported through SystemErrorFactory::error.
 //
 // Off Windows there is no registry: key operations answer as for a missing key (a null key,
 // status 2 and an empty text, nothing reported), writes return a failing status and report
@@ -43,7 +43,9 @@ public:
 
     // Opens `path` below `root` one component at a time with `access`. Null when a
     // component is missing (not reported) or another failure was reported. The caller
-    // closes the key with closeKey.
+    // closes the key with closeKey. Each key a component is opened from is closed, the
+    // root included: pass a predefined root (HKEY_LOCAL_MACHINE...), or a key of your own
+    // that you give up. With no components the root itself is the answer.
     static RegKey getKey(ErrorHandler* err, RegKey root, const char* const* path, int count,
                          unsigned long access);
     static void closeKey(RegKey key);
@@ -52,7 +54,9 @@ public:
     static long getKeyValue(ErrorHandler* err, RegKey root, const char* const* path, int count,
                             const char* name, unsigned long* type, unsigned char* data,
                             unsigned long* size);
-    // Writes an existing value with the type it has; a missing value is not created.
+    // Writes an existing value with the type it has. A value that does not exist is not
+    // created: its status (2) is reported. The result is the first failing status (of the
+    // open, the query, the write, the flush or the close), 0 when all worked.
     static long setKeyValue(ErrorHandler* err, RegKey root, const char* const* path, int count,
                             const char* name, const unsigned char* data, unsigned long size);
     // Text form: a multi-string value gets the text and two terminating zero bytes.
