@@ -4,10 +4,11 @@
 // the settings are changed seldom enough for that to cost nothing that matters.
 #include "tcpip/win32/WMIUtilWin32.h"
 
+// windows.h first: the COM headers build on it.
+#include <windows.h>
 // (separate block, so that sorting keeps the order)
 #include <oleauto.h>
 #include <wbemcli.h>
-#include <windows.h>
 
 #include <cctype>
 #include <cstring>

@@ -1,0 +1,6 @@
+# The Windows settings tests reach the back-end seams in src/tcpip/win32/ and ask IP Helper
+# themselves to compare with what the library reports.
+target_include_directories(${exe} PRIVATE ${PROJECT_SOURCE_DIR}/src)
+if(WIN32)
+    target_link_libraries(${exe} PRIVATE iphlpapi ws2_32 advapi32)
+endif()
