@@ -72,13 +72,21 @@ TEST_F(WindowsSettings, HostListsShownAdaptersWithTheirIds) {
     ip.addAdapter(L"{D3C1-hidden}", "{H}", 4, 0);
     ip.addAdapter(L"", "{E}", 5, 0);
     ip.addAdapter(L"Unplugged", "{U}", 0, 0);
-    ip.addAdapter(L"Wireless \x4E2D", "{W}", 6, 0);  // not convertible in the C locale
+    // Not convertible in the C locale: the id, description and domain fall back.
+    IP_ADAPTER_ADDRESSES* w = ip.addAdapter(L"Wireless \x4E2D", "{W}", 6, 0);
+    w->Description = const_cast<wchar_t*>(ip.wide(L"\x4E2D"));
+    w->DnsSuffix = const_cast<wchar_t*>(ip.wide(L"\x4E2D.example"));
     ip.addAdapter(L"IPv6 only", "{6}", 0, 7);
     testing::internal::CaptureStderr();
     EXPECT_EQ(ids(), (Strings{"Local Area Connection", "{W}", "IPv6 only"}));
-    EXPECT_NE(testing::internal::GetCapturedStderr().find(
-                  "WARNING: Can not convert friendly adapter name (reason = "),
-              std::string::npos);
+    TcpIpAdapterSettings wireless("{W}");
+    EXPECT_EQ(text(&TcpIpAdapterSettings::getDescription, wireless), "TCP/IP Network Adapter");
+    EXPECT_EQ(text(&TcpIpAdapterSettings::getDomain, wireless), "host.example");
+    const std::string warnings = testing::internal::GetCapturedStderr();
+    for (const char* start : {"WARNING: Can not convert friendly adapter name (reason = ",
+                              "WARNING: Can not convert adapter description (reason = ",
+                              "WARNING: Can not convert adapter domain name (reason = "})
+        EXPECT_NE(warnings.find(start), std::string::npos) << warnings;
     TcpIpHostSettings* host = TcpIpHostSettings::getInstance(&log);
     EXPECT_NE(host->getAdapterSettings(&log, "Local Area Connection"), nullptr);
     EXPECT_EQ(host->getAdapterSettings(&log, "local area connection"), nullptr);

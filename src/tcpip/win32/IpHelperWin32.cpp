@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <cwchar>
 #include <string>
 #include <vector>
 
@@ -194,14 +195,14 @@ bool IpHelperWin32::toMultiByte(const wchar_t* text, char* out, int size, int* e
     if (out == nullptr || size <= 0) return false;
     out[0] = '\0';
     if (text == nullptr) return true;
+    // Converted into room for the longest result: a counting call (null destination) is
+    // not enough, since some C libraries count characters they then fail to convert.
+    std::string converted(std::wcslen(text) * MB_CUR_MAX + 1, '\0');
     errno = 0;
-    size_t length = std::wcstombs(nullptr, text, 0);
-    if (length == static_cast<size_t>(-1)) {
+    if (std::wcstombs(&converted[0], text, converted.size()) == static_cast<size_t>(-1)) {
         if (error != nullptr) *error = errno != 0 ? errno : EILSEQ;
         return false;
     }
-    std::string converted(length + 1, '\0');
-    std::wcstombs(&converted[0], text, length + 1);
     std::snprintf(out, size, "%s", converted.c_str());
     return true;
 }
