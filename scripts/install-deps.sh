@@ -7,7 +7,7 @@ set -euo pipefail
 run_packages=(cmake ninja-build g++ pkg-config)
 test_packages=("${run_packages[@]}" googletest libgtest-dev libgmock-dev libbenchmark-dev
     clang libclang-rt-14-dev clang-format g++-mingw-w64-x86-64-posix wine wine64
-    libexpat1-dev libpugixml-dev libssl-dev default-jdk-headless python3 curl)
+    libexpat1-dev libpugixml-dev libssl-dev default-jdk-headless python3 curl iproute2)
 
 case "${1:-test}" in
     run) wanted=("${run_packages[@]}") ;;

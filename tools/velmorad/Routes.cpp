@@ -13,6 +13,7 @@
 
 #include "Daemon.h"
 #include "Exchange.h"
+#include "NetworkRoutes.h"
 
 namespace velmorad {
 
@@ -60,7 +61,8 @@ void index(Exchange& x) {
             "<li>GET /ping-all?hosts=H1,H2: a streamed log, one entry per host</li>\n"
             "<li><a href=\"/levels\">GET /levels</a>: log levels by name; "
             "POST /levels?name=N&amp;level=L changes one</li>\n"
-            "<li><a href=\"/network\">GET /network</a>: the host's TCP/IP settings</li>\n"
+            "<li><a href=\"/network\">GET /network</a>: the host's TCP/IP settings; "
+            "POST /network applies a document when network.apply=true</li>\n"
             "</ul>\n</body>\n</html>\n");
 }
 
@@ -198,8 +200,7 @@ void route(Exchange& x) {
             methodNotAllowed(x, "GET, HEAD, POST");
         }
     } else if (path == "/network") {
-        get ? x.replyError(501, "reading the host's TCP/IP settings is not available yet")
-            : methodNotAllowed(x, "GET, HEAD");
+        network(x, get);
     } else {
         x.replyError(404, "no such endpoint; GET / lists them");
     }

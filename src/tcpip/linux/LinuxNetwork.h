@@ -1,0 +1,85 @@
+// Internal: what the Linux host and adapter settings share.
+//
+// On Linux the settings are read and changed where the system keeps them: links,
+// addresses and default routes through rtnetlink (Netlink.h), the DNS servers and the
+// domain in the resolver file, the host name through the kernel and the host-name file.
+// The two file paths are settings of the host object (setResolverPath, setHostnamePath).
+//
+// The fixed answers and why:
+// - usesAdapterLevelSettings: false. The default gateway is a route of the host, and the
+//   resolver file serves every link, so gateway, domain and DNS servers are host-level;
+//   an adapter answers its own default route for getDefaultGateway, no DNS servers and
+//   no domain, and its setters for them refuse with "Property is managed at the host
+//   level".
+// - canUseDhcp, canUseIpv6Dhcp: false. The library runs no DHCP client. An address counts
+//   as DHCP-assigned only where the kernel marks it dynamic (no IFA_F_PERMANENT), and a
+//   request to change that state refuses as read-only.
+// - canDisable: true. A link is set down and up (IFF_UP); isEnabled answers that
+//   administrative state, not whether a carrier is present, so that a document read from
+//   the host applies back unchanged.
+// - isIpv6Supported, canDisableIpv6: true where the kernel has IPv6 for the link
+//   (/proc/sys/net/ipv6/conf/<link>/disable_ipv6 exists); isIpv6Enabled is that switch.
+// - isIPv6Readonly: false. IPv6 is switched per link and its addresses and gateway are
+//   changed like IPv4's; the platform's own flag is a file of ours.
+// - isReadonly: false. A caller without the privilege gets each refusal reported with
+//   the system's text; whether applying is allowed at all is the caller's decision
+//   (the daemon's network.apply).
+// - getDnsHostLimit: 3, the number of "nameserver" lines the C library's resolver uses.
+//   The IPv4 and IPv6 lists are each held to it; the resolver uses the first three lines
+//   of both together, IPv4 lines first when the file was written here.
+// - The IPv4 address shown is the link's primary one (not secondary) and the IPv6
+//   address is its first global one, static before kernel-made; link-local addresses are
+//   the kernel's own and are neither shown nor changed. Addresses stay on a link that is
+//   down, so they are shown for it too.
+// - Host names follow the kernel: 1 to 64 characters (letters, digits, '-', '.').
+//
+// The adapter list holds every link except loopback, in index order, ids being the link
+// names. It is rebuilt when the set of links changes (see refreshAdapters in
+// LinuxHostSettings.cpp): adapter pointers handed out before then are no longer valid.
+//
+// Ordering: a document sets the host's gateway before the adapters' addresses, so a new
+// gateway in a network that only a new address reaches cannot be installed yet. The host
+// remembers the last gateway asked of each family and installs it again after an
+// adapter's address or link state changed, as soon as it is reachable. A gateway that no
+// link reaches is therefore not reported by the setter: a caller that must know reads
+// the gateway back (the daemon does, and reports the difference).
+#pragma once
+
+#include <velmora/log/ErrorHandler.h>
+
+#include <string>
+
+namespace velmora {
+namespace linuxnet {
+
+// Reports `text` under module "platform" and `key`, with `argument` as lexicon argument.
+void report(ErrorHandler* err, const char* key, const std::string& argument,
+            const std::string& text);
+// Reports "<what>: <system text of code>".
+void reportSystem(ErrorHandler* err, const char* key, const std::string& what, int code);
+
+// The whole file; false with the errno value in *code when it cannot be read.
+bool readText(const char* path, std::string* out, int* code);
+// Replaces the file by `text` through a temporary file beside it and a rename, keeping
+// its permissions; a symbolic link is followed and its target replaced. 0 or errno.
+int writeAtomically(const char* path, const std::string& text);
+
+// The numeric text of 4 or 16 address bytes.
+std::string addressText(int family, const unsigned char* bytes);
+
+// Installs `bytes` as the only default gateway of `family` (AF_INET, AF_INET6), through
+// link `outIndex` when not 0, putting the former routes back when that fails. 0 or errno.
+int replaceDefaultGateway(int family, const unsigned char* bytes, int outIndex);
+// Removes every default route of `family`. 0 or errno.
+int clearDefaultGateways(int family);
+// Whether the kernel refused a gateway because no link reaches it (yet): "network
+// unreachable", "no route to host" (IPv6) or "invalid gateway" (IPv4 answers EINVAL).
+bool isUnreachable(int code);
+// The gateway last asked for (empty bytes: none), installed again by restoreGateways.
+void rememberGateway(int family, const unsigned char* bytes, bool set, int outIndex);
+// After an address or link change: installs remembered gateways that are missing and now
+// reachable; a failure other than "unreachable" is reported.
+void restoreGateways(ErrorHandler* err);
+
+}  // namespace linuxnet
+}  // namespace velmora

@@ -1,0 +1,326 @@
+// The Linux settings against the real kernel. Every test that changes links, routes or the
+// host name runs in a forked child inside new network, UTS and mount namespaces, builds a
+// veth pair there (v0 and v1), and checks the outcome with `ip -j`, not with the library.
+// Resolver and host-name files are temporary files; nothing of the machine is touched.
+#if defined(__linux__)
+
+#include <velmora/log/ErrorHandler.h>
+#include <velmora/log/MessageBundle.h>
+#include <velmora/tcpip/TcpIpAdapterSettings.h>
+#include <velmora/tcpip/TcpIpHostSettings.h>
+#include <velmora/tcpip/TcpIpUtil.h>
+#include <velmora/text/StringWriter.h>
+#include <velmora/xml/XWriter.h>
+
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "support/TempDir.h"
+
+using namespace velmora;
+using velmora::test::readFile;
+using velmora::test::TempDir;
+using velmora::test::writeFile;
+
+namespace {
+
+class Reports : public ErrorHandler {
+public:
+    void error(MessageBundle* b) override { texts.push_back(b->getText() ? b->getText() : ""); }
+    using ErrorHandler::error;
+    std::string all() const {
+        std::string s;
+        for (const std::string& t : texts)
+            s += t + "\n";
+        return s;
+    }
+    std::vector<std::string> texts;
+};
+
+std::string run(const std::string& command) {
+    std::string out;
+    FILE* p = popen(command.c_str(), "r");
+    if (p == nullptr) return out;
+    char buffer[4096];
+    size_t n;
+    while ((n = std::fread(buffer, 1, sizeof buffer, p)) > 0)
+        out.append(buffer, n);
+    pclose(p);
+    while (!out.empty() && out.back() == '\n')
+        out.pop_back();
+    return out;
+}
+
+// `expr` evaluated by Python over the JSON `j` that `ip -j <args>` printed. The system's
+// own interpreter when there is one: wrappers on PATH can take a second to start.
+std::string ip(const std::string& args, const std::string& expr) {
+    static const std::string python =
+        access("/usr/bin/python3", X_OK) == 0 ? "/usr/bin/python3" : "python3";
+    return run("ip -j " + args + " | " + python +
+               " -c 'import json,sys; j=json.load(sys.stdin); print(" + expr + ")'");
+}
+
+// Addresses, link states and default routes as ip sees them, for before/after comparisons.
+std::string kernelState() {
+    return ip("addr show",
+              "sorted((i[\"ifname\"], \"UP\" in i[\"flags\"], a[\"local\"], a[\"prefixlen\"]) "
+              "for i in j for a in i[\"addr_info\"] if \"local\" in a)") +
+           ip("route show default", "[r.get(\"gateway\") for r in j]") +
+           ip("-6 route show default", "[r.get(\"gateway\") for r in j]");
+}
+
+std::string document(TcpIpHostSettings* host, ErrorHandler* err) {
+    StringWriter text;
+    {
+        XWriter out(&text);
+        TcpIpUtil::getHostSettingsXml(host, &out, err);
+    }
+    return text.getString() != nullptr ? text.getString() : "";
+}
+
+int apply(TcpIpHostSettings* host, const std::string& doc, ErrorHandler* err) {
+    std::vector<char> text(doc.begin(), doc.end());
+    text.push_back('\0');
+    return TcpIpUtil::setHostSettingsXml(host, text.data(), err);
+}
+
+std::string replaced(std::string text, const std::string& from, const std::string& to) {
+    size_t at = text.find(from);
+    EXPECT_NE(at, std::string::npos) << from;
+    if (at != std::string::npos) text.replace(at, from.size(), to);
+    return text;
+}
+
+// Runs `body` in a forked child inside its own namespaces, with the veth pair v0/v1 up,
+// v0 holding 192.0.2.10/24 and 2001:db8::10/64 and default routes through 192.0.2.1 and
+// 2001:db8::1, host name "ns-one", and the host object reading `dir`'s resolv.conf
+// ("nameserver 192.0.2.53", "search example.net") and hostname files. False, with the
+// reason, when no namespace can be made here.
+bool isolated(const std::function<void(TcpIpHostSettings*, const TempDir&)>& body,
+              std::string* why) {
+    if (geteuid() != 0) {
+        *why = "new network namespaces need root";
+        return false;
+    }
+    std::fflush(nullptr);
+    pid_t child = fork();
+    if (child == 0) {
+        if (unshare(CLONE_NEWNET | CLONE_NEWUTS | CLONE_NEWNS) != 0) _exit(77);
+        // Mounts made here stay here; sysfs then shows this namespace's links.
+        mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr);
+        mount("sysfs", "/sys", "sysfs", 0, nullptr);
+        std::string setup =
+            run("(ip link set lo up && ip link add v0 type veth peer name v1 && ip link set v0 up "
+                "&& ip link set v1 up && ip addr add 192.0.2.10/24 dev v0 && "
+                "ip addr add 2001:db8::10/64 dev v0 nodad && ip route add default via 192.0.2.1 && "
+                "ip -6 route add default via 2001:db8::1 && hostname ns-one) 2>&1 || echo failed");
+        if (setup.find("failed") != std::string::npos) {
+            std::fprintf(stderr, "namespace setup: %s\n", setup.c_str());
+            _exit(78);
+        }
+        {
+            TempDir dir;
+            writeFile(dir.file("resolv.conf"), "nameserver 192.0.2.53\nsearch example.net\n");
+            writeFile(dir.file("hostname"), "ns-one\n");
+            Reports reports;
+            TcpIpHostSettings* host = TcpIpHostSettings::getInstance(&reports);
+            host->setResolverPath(dir.file("resolv.conf").c_str());
+            host->setHostnamePath(dir.file("hostname").c_str());
+            body(host, dir);
+            TcpIpHostSettings::unload();
+        }
+        std::fflush(nullptr);
+        _exit(::testing::Test::HasFailure() ? 1 : 0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 77) {
+        *why = std::string("unshare refused here: ") + std::strerror(EPERM);
+        return false;
+    }
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child status " << status;
+    return true;
+}
+
+#define IN_NAMESPACES(...)                                     \
+    do {                                                       \
+        std::string why;                                       \
+        if (!isolated(__VA_ARGS__, &why)) GTEST_SKIP() << why; \
+    } while (0)
+
+}  // namespace
+
+// The resolver file: only the lines of the list being set change, in place, the rest
+// (comments, options, scoped servers, the other family) stays byte for byte; a list with
+// one bad entry, or too many, is refused whole; the file's mode and a symbolic link to it
+// survive the rewrite, and no temporary file is left behind.
+TEST(LinuxSettings, ResolverFileRewritesOnlyItsOwnLines) {
+    TempDir dir;
+    const std::string conf = dir.file("real.conf");
+    const std::string original =
+        "# by hand\nnameserver 192.0.2.53\noptions edns0\nnameserver fe80::1%eth0\n"
+        "nameserver 2001:db8::53\nsearch corp.example lab.example\n";
+    ASSERT_TRUE(writeFile(conf, original));
+    chmod(conf.c_str(), 0640);
+    ASSERT_EQ(symlink(conf.c_str(), dir.file("resolv.conf").c_str()), 0);
+    Reports r;
+    TcpIpHostSettings* host = TcpIpHostSettings::getInstance(&r);
+    ASSERT_NE(host, nullptr);
+    host->setResolverPath(dir.file("resolv.conf").c_str());
+
+    EXPECT_EQ(host->getDnsHostCount(&r), 1);
+    EXPECT_EQ(host->getIpv6DnsHostCount(&r), 1) << "the scoped server is not an address";
+    char domain[1024];
+    host->getDomain(&r, domain, sizeof domain);
+    EXPECT_STREQ(domain, "corp.example");
+
+    const char* bad[] = {"192.0.2.1 192.0.2.256", "192.0.2.1 host.example", "2001:db8::1",
+                         "192.0.2.1 192.0.2.2 192.0.2.3 192.0.2.4"};
+    for (const char* list : bad) {
+        r.texts.clear();
+        EXPECT_EQ(host->setDnsHosts(&r, list), -1) << list;
+        EXPECT_EQ(r.texts.size(), 1u) << list;
+    }
+    EXPECT_EQ(host->setIpv6DnsHosts(&r, "192.0.2.1"), -1);
+    EXPECT_EQ(host->setDomain(&r, "two words"), -1);
+    EXPECT_EQ(readFile(conf), original) << "a refused list changes nothing";
+
+    r.texts.clear();
+    EXPECT_EQ(host->setDnsHosts(&r, "198.51.100.53,192.0.2.54", ','), 0);
+    EXPECT_EQ(host->setDomain(&r, "example.org"), 0);
+    EXPECT_EQ(host->setIpv6DnsHosts(&r, ""), 0);
+    EXPECT_EQ(r.all(), "");
+    EXPECT_EQ(readFile(conf),
+              "# by hand\nnameserver 198.51.100.53\nnameserver 192.0.2.54\noptions edns0\n"
+              "nameserver fe80::1%eth0\nsearch example.org lab.example\n");
+    struct stat st;
+    ASSERT_EQ(lstat(dir.file("resolv.conf").c_str(), &st), 0);
+    EXPECT_TRUE(S_ISLNK(st.st_mode)) << "the link's target is replaced, not the link";
+    ASSERT_EQ(stat(conf.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0640u);
+    int entries = 0;
+    for (const auto& e : std::filesystem::directory_iterator(dir.path())) {
+        (void)e;
+        ++entries;
+    }
+    EXPECT_EQ(entries, 2) << "no temporary file left";
+    TcpIpHostSettings::unload();
+}
+
+// What ip set up, the library reads: ids, addresses, masks, prefix, hardware address,
+// gateways, DNS, domain, host name, no loopback. Its own document applied unchanged
+// changes nothing and reads back equal; a link made later is found.
+TEST(LinuxSettings, ReadsWhatIpSetAndItsOwnDocumentAppliesUnchanged) {
+    IN_NAMESPACES([](TcpIpHostSettings* host, const TempDir& dir) {
+        Reports r;
+        std::string doc = document(host, &r);
+        std::string mac = ip("link show v0", "j[0][\"address\"].upper()");
+        for (const std::string& part :
+             {std::string("hostname=\"ns-one\""), std::string("domain=\"example.net\""),
+              std::string("defaultGateway=\"192.0.2.1\""),
+              std::string("ipv6DefaultGateway=\"2001:db8::1\""),
+              std::string("<dnsHost ipAddress=\"192.0.2.53\"/>"),
+              "<adapter id=\"v0\" enabled=\"true\" canDisable=\"true\" desc=\"veth\" "
+              "macAddress=\"" +
+                  mac + "\"",
+              std::string("ipAddress=\"192.0.2.10\" subnetMask=\"255.255.255.0\" "
+                          "ipv6Address=\"2001:db8::10\" ipv6SubnetPrefixLength=\"64\""),
+              std::string("<adapter id=\"v1\"")}) {
+            EXPECT_NE(doc.find(part), std::string::npos) << part << "\n" << doc;
+        }
+        EXPECT_EQ(doc.find("id=\"lo\""), std::string::npos);
+
+        std::string before = kernelState();
+        std::string resolver = readFile(dir.file("resolv.conf"));
+        EXPECT_EQ(apply(host, doc, &r), 0);
+        EXPECT_EQ(r.all(), "");
+        EXPECT_EQ(document(host, &r), doc);
+        EXPECT_EQ(kernelState(), before);
+        EXPECT_EQ(readFile(dir.file("resolv.conf")), resolver);
+
+        run("ip link add v2 type veth peer name v3");
+        EXPECT_NE(host->getAdapterSettings(&r, "v2"), nullptr);
+        EXPECT_EQ(host->getAdapterSettings(&r, "V2"), nullptr);
+    });
+}
+
+// A changed document reaches the kernel and the files. The new gateways lie in networks
+// that only the adapters' new addresses reach, which the document applies later.
+TEST(LinuxSettings, AppliesAChangedDocumentAsIpThenSeesIt) {
+    IN_NAMESPACES([](TcpIpHostSettings* host, const TempDir& dir) {
+        Reports r;
+        std::string doc =
+            "<tcpIpSettings hostname=\"ns-two\" domain=\"example.com\" "
+            "defaultGateway=\"198.51.100.1\" ipv6DefaultGateway=\"2001:db8:1::1\">"
+            "<dnsHosts><dnsHost ipAddress=\"198.51.100.53\"/><dnsHost ipAddress=\"192.0.2.53\"/>"
+            "</dnsHosts><ipv6DnsHosts><ipv6DnsHost ipv6Address=\"2001:db8::53\"/></ipv6DnsHosts>"
+            "<adapters><adapter id=\"v0\" enabled=\"true\" ipv6Enabled=\"true\" "
+            "ipAddress=\"198.51.100.2\" subnetMask=\"255.255.255.128\" "
+            "ipv6Address=\"2001:db8:1::2\" ipv6SubnetPrefixLength=\"48\"/>"
+            "<adapter id=\"v1\" enabled=\"false\" ipv6Enabled=\"false\" ipAddress=\"\" "
+            "subnetMask=\"\"/></adapters></tcpIpSettings>";
+        EXPECT_EQ(apply(host, doc, &r), 0);
+        EXPECT_EQ(r.all(), "");
+        const std::string addrs =
+            "[a[\"local\"]+\"/\"+str(a[\"prefixlen\"]) for a in j[0][\"addr_info\"] if \"local\" "
+            "in a]";
+        EXPECT_EQ(ip("-4 addr show dev v0", addrs), "['198.51.100.2/25']");
+        EXPECT_EQ(ip("-6 addr show dev v0 scope global", addrs), "['2001:db8:1::2/48']");
+        EXPECT_EQ(ip("route show default", "[r[\"gateway\"] for r in j]"), "['198.51.100.1']");
+        EXPECT_EQ(ip("-6 route show default", "[r[\"gateway\"] for r in j]"), "['2001:db8:1::1']");
+        EXPECT_EQ(ip("link show v1", "\"UP\" in j[0][\"flags\"]"), "False");
+        EXPECT_EQ(readFile("/proc/sys/net/ipv6/conf/v1/disable_ipv6"), "1\n");
+        EXPECT_EQ(run("hostname"), "ns-two");
+        EXPECT_EQ(readFile(dir.file("hostname")), "ns-two\n");
+        EXPECT_EQ(readFile(dir.file("resolv.conf")),
+                  "nameserver 198.51.100.53\nnameserver 192.0.2.53\nnameserver 2001:db8::53\n"
+                  "search example.com\n");
+    });
+}
+
+// Each bad value is reported and changes nothing: the kernel, the files and the
+// document read back are as before.
+TEST(LinuxSettings, BadValuesAreReportedAndApplyNothingOfTheirs) {
+    IN_NAMESPACES([](TcpIpHostSettings* host, const TempDir& dir) {
+        Reports r;
+        const std::string doc = document(host, &r);
+        const std::string state = kernelState();
+        const std::string resolver = readFile(dir.file("resolv.conf"));
+        const std::vector<std::pair<std::string, std::string>> bad = {
+            {"ipAddress=\"192.0.2.10\"", "ipAddress=\"192.0.2.999\""},
+            {"subnetMask=\"255.255.255.0\"", "subnetMask=\"255.0.255.0\""},
+            {"ipv6Address=\"2001:db8::10\"", "ipv6Address=\"2001:db8::g\""},
+            {"ipv6SubnetPrefixLength=\"64\"", "ipv6SubnetPrefixLength=\"129\""},
+            {"id=\"v0\"", "id=\"nope\""},
+            {"<dnsHost ipAddress=\"192.0.2.53\"/>",
+             "<dnsHost ipAddress=\"192.0.2.53\"/><dnsHost ipAddress=\"192.0.2.5x\"/>"},
+            {"defaultGateway=\"192.0.2.1\"", "defaultGateway=\"192.0.2\""},
+            {"hostname=\"ns-one\"", "hostname=\"ns_one!\""},
+        };
+        for (const auto& change : bad) {
+            r.texts.clear();
+            apply(host, replaced(doc, change.first, change.second), &r);
+            EXPECT_FALSE(r.texts.empty()) << change.second;
+            EXPECT_EQ(kernelState(), state) << change.second;
+            EXPECT_EQ(readFile(dir.file("resolv.conf")), resolver) << change.second;
+            EXPECT_EQ(document(host, &r), doc) << change.second;
+        }
+        r.texts.clear();
+        EXPECT_EQ(apply(host, replaced(doc, "id=\"v0\"", "id=\"nope\""), &r), -1);
+        EXPECT_EQ(r.all(), "Error occurred when saving adapter settings\n");
+    });
+}
+
+#endif  // __linux__

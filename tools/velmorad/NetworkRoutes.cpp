@@ -1,0 +1,199 @@
+// GET /network: the host's TCP/IP settings as the tcpIpSettings document.
+// POST /network: applies a posted document and answers the document read afterwards.
+//
+// Applying changes the machine, so it is off unless lib/velmorad.properties says
+// "network.apply=true" (read on every request: no restart needed to switch it); otherwise
+// 403. A document with isReadonly="true" changes nothing. "network.resolverPath" and
+// "network.hostnamePath" point the host at other resolver and host-name files (systems
+// that keep them elsewhere, and tests).
+//
+// The settings objects are one process-wide instance and unsynchronised: one mutex
+// serialises every reading and applying.
+#include "NetworkRoutes.h"
+
+#include <velmora/collections/Map.h>
+#include <velmora/collections/PropertiesFile.h>
+#include <velmora/log/ErrorHandler.h>
+#include <velmora/log/Log.h>
+#include <velmora/log/MessageBundle.h>
+#include <velmora/net/SocketInput.h>
+#include <velmora/net/SocketOutput.h>
+#include <velmora/tcpip/TcpIpHostSettings.h>
+#include <velmora/tcpip/TcpIpUtil.h>
+#include <velmora/text/StringWriter.h>
+#include <velmora/xml/XWriter.h>
+
+#include <strings.h>
+
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "Daemon.h"
+
+namespace velmorad {
+
+namespace {
+
+const int kMaxDocument = 256 * 1024;
+
+std::mutex networkLock;
+
+// Keeps every report of one request, in order.
+class Reports : public velmora::ErrorHandler {
+public:
+    void error(velmora::MessageBundle* bundle) override {
+        std::string t = bundle->getText() != nullptr ? bundle->getText() : "";
+        while (!t.empty() && (t.back() == '\n' || t.back() == '\r'))
+            t.pop_back();
+        texts.push_back(t);
+    }
+    using velmora::ErrorHandler::error;
+    std::string joined() const {
+        std::string all;
+        for (const std::string& t : texts)
+            all += (all.empty() ? "" : "; ") + t;
+        return all;
+    }
+    std::vector<std::string> texts;
+};
+
+struct NetworkOptions {
+    bool apply = false;
+    std::string resolverPath, hostnamePath;
+};
+
+NetworkOptions readOptions(const Settings& settings) {
+    NetworkOptions o;
+    std::unique_ptr<velmora::Map> map(
+        velmora::PropertiesFile::makeMap(settings.settingsFile().c_str(), '='));
+    if (map == nullptr) return o;
+    o.apply = map->getBoolean("network.apply", false);
+    char text[260];
+    map->get("network.resolverPath", text, sizeof text - 1, "");
+    text[sizeof text - 1] = '\0';
+    o.resolverPath = text;
+    map->get("network.hostnamePath", text, sizeof text - 1, "");
+    text[sizeof text - 1] = '\0';
+    o.hostnamePath = text;
+    return o;
+}
+
+velmora::TcpIpHostSettings* hostFor(const NetworkOptions& o, velmora::ErrorHandler* err) {
+    velmora::TcpIpHostSettings* host = velmora::TcpIpHostSettings::getInstance(err);
+    if (host == nullptr) return nullptr;
+    if (!o.resolverPath.empty()) host->setResolverPath(o.resolverPath.c_str());
+    if (!o.hostnamePath.empty()) host->setHostnamePath(o.hostnamePath.c_str());
+    return host;
+}
+
+std::string document(velmora::TcpIpHostSettings* host, velmora::ErrorHandler* err) {
+    velmora::StringWriter text;
+    {
+        velmora::XWriter out(&text);
+        velmora::TcpIpUtil::getHostSettingsXml(host, &out, err);
+    }
+    return std::string("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n") +
+           (text.getString() != nullptr ? text.getString() : "");
+}
+
+// The request body of exactly Content-Length bytes; false with the status to answer.
+bool readBody(Exchange& x, std::string* body, int* status) {
+    int length = x.request->getFieldInt("Content-Length", -1);
+    if (length < 0) {
+        *status = 411;
+        return false;
+    }
+    if (length > kMaxDocument) {
+        *status = 413;
+        return false;
+    }
+    // A client that waits for leave to send the body (curl does for larger ones) gets it.
+    const char* expect = x.request->getField("Expect");
+    if (expect != nullptr && strcasecmp(expect, "100-continue") == 0) {
+        velmora::SocketOutput* out = x.socket->getOutput();
+        if (out != nullptr) {
+            out->writeString("HTTP/1.1 100 Continue\r\n\r\n");
+            out->flush();
+        }
+    }
+    body->assign(static_cast<size_t>(length), '\0');
+    velmora::SocketInput* in = x.request->getInput();
+    if (length > 0 && (in == nullptr || in->read(&(*body)[0], length) != length)) {
+        *status = 400;
+        return false;
+    }
+    return true;
+}
+
+void apply(Exchange& x, const NetworkOptions& options) {
+    if (!options.apply) {
+        x.replyError(403,
+                     "applying network settings is off: set network.apply=true in "
+                     "lib/velmorad.properties");
+        return;
+    }
+    std::string body;
+    int status = 0;
+    if (!readBody(x, &body, &status)) {
+        x.replyError(status, status == 411   ? "a Content-Length is needed"
+                             : status == 413 ? "the document is too long"
+                                             : "the document could not be read");
+        return;
+    }
+    Reports reports;
+    std::string answer;
+    int result = 0;
+    {
+        std::lock_guard<std::mutex> hold(networkLock);
+        velmora::TcpIpHostSettings* host = hostFor(options, &reports);
+        if (host == nullptr) {
+            x.replyError(500, "the host's network settings are not available");
+            return;
+        }
+        std::vector<char> text(body.begin(), body.end());
+        text.push_back('\0');
+        result = velmora::TcpIpUtil::setHostSettingsXml(host, text.data(), &reports);
+        Reports readErrors;
+        answer = document(host, &readErrors);
+    }
+    for (const std::string& t : reports.texts)
+        x.daemon->log()->warning(("network: " + t).c_str());
+    // What was applied before a failure stays applied: the message lists every report.
+    if (result != 0 || !reports.texts.empty()) {
+        x.replyError(400, reports.joined().c_str());
+        return;
+    }
+    x.reply(200, "text/xml", answer);
+}
+
+}  // namespace
+
+void network(Exchange& x, bool get) {
+    NetworkOptions options = readOptions(x.daemon->settings());
+    if (std::strcmp(x.request->getMethod(), "POST") == 0) {
+        apply(x, options);
+        return;
+    }
+    if (!get) {
+        x.allow = "GET, HEAD, POST";
+        x.replyError(405, "method not allowed here");
+        return;
+    }
+    Reports reports;
+    std::string answer;
+    {
+        std::lock_guard<std::mutex> hold(networkLock);
+        velmora::TcpIpHostSettings* host = hostFor(options, &reports);
+        if (host != nullptr) answer = document(host, &reports);
+    }
+    if (answer.empty()) {
+        x.replyError(500, "the host's network settings are not available");
+        return;
+    }
+    x.reply(200, "text/xml", answer);
+}
+
+}  // namespace velmorad
