@@ -138,8 +138,15 @@ class VelmoradTest(unittest.TestCase):
         self.assertEqual(len(list(log)), 2, body)
 
         r, body = d.get("/network")
-        self.assertEqual(r.status, 501)
-        self.assertEqual(ET.fromstring(body).get("code"), "501")
+        self.assertEqual(r.status, 200, body)
+        settings = ET.fromstring(body)
+        self.assertEqual(settings.tag, "tcpIpSettings")
+        adapters = settings.find("adapters")
+        self.assertGreater(len(adapters), 0, body)
+        if LAUNCHER:  # Windows keeps gateway, domain and DNS servers per adapter
+            self.assertEqual(settings.get("usesAdapterLevelSettings"), "true", body)
+            for a in adapters:
+                self.assertIsNotNone(a.find("dnsHosts"), body)
 
     def test_levels_read_change_and_persist(self):
         d = self.d
