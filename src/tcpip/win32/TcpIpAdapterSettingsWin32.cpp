@@ -13,6 +13,7 @@
 #include <ctime>
 #include <initializer_list>
 
+#include "tcpip/Ipv6RouteTable.h"
 #include "tcpip/win32/HostSystemWin32.h"
 #include "tcpip/win32/IpHelperWin32.h"
 #include "tcpip/win32/NetShUtilWin32.h"
@@ -169,28 +170,6 @@ void separatedToSpaces(const char* list, char separator, char* out, int size) {
     copyOut(out, size, list != nullptr ? list : "");
     for (char* p = out; *p != '\0'; ++p) {
         if (*p == separator) *p = ' ';
-    }
-}
-
-// The gateway of interface `index` in the output of "ipv6 rt": lines such as
-// "::/0 -> 4/fe80::1 pref 1if+0=1 life infinite". Looks at no more than 4 default routes.
-void scanIpv6Routes(const char* routes, unsigned long index, char* buffer, int size) {
-    const char* p = routes;
-    for (int i = 0; p != nullptr && i < 4; ++i) {
-        p = std::strstr(p, "::/0 -> ");
-        if (p == nullptr) return;
-        p += 8;
-        unsigned short number = 0;
-        if (std::sscanf(p, "%hu/%*s", &number) != 1 || number != index) continue;
-        // Kept: the interface number is taken to have one or two digits.
-        const char* gateway = p + (number >= 10 ? 3 : 2);
-        const char* end = std::strstr(gateway, " pref");
-        // A line without " pref" ends the gateway at the line's end.
-        if (end == nullptr) end = gateway + std::strcspn(gateway, "\r\n");
-        const int length = static_cast<int>(end - gateway);
-        if (buffer != nullptr && size > 0)
-            std::snprintf(buffer, size, "%.*s", length < size ? length : size - 1, gateway);
-        return;
     }
 }
 
@@ -568,7 +547,8 @@ void TcpIpAdapterSettings::getIpv6DefaultGateway(ErrorHandler*, char* buffer, in
     NetShUtilWin32* shell = NetShUtilWin32::getInstance();
     if (a == nullptr || shell == nullptr) return;
     shell->executeCommand("ipv6 rt");
-    scanIpv6Routes(shell->getOutputBuffer(), a->Ipv6IfIndex, buffer, bufferSize);
+    Ipv6RouteTable::findDefaultGateway(shell->getOutputBuffer(), a->Ipv6IfIndex, buffer,
+                                       bufferSize);
 }
 
 void TcpIpAdapterSettings::getIpv6DefaultDevice(ErrorHandler*, char* buffer, int bufferSize) {
