@@ -1,7 +1,10 @@
-// The Windows adapter and host settings over scripted IP Helper records, a WMI recorder
-// and a scripted command runner; the Windows version is chosen per case.
+// The Windows adapter and host settings over IP Helper records built in memory, a WMI
+// recorder and a scripted command runner; the Windows version is chosen per case.
 #ifdef _WIN32
 
+#include <velmora/log/ErrorHandler.h>
+#include <velmora/log/MessageBundle.h>
+#include <velmora/net/InetAddress.h>
 #include <velmora/tcpip/TcpIpAdapterSettings.h>
 #include <velmora/tcpip/TcpIpHostSettings.h>
 #include <velmora/vre/Vre.h>
@@ -9,19 +12,195 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <cstring>
 #include <ctime>
+#include <deque>
+#include <map>
 #include <string>
 #include <vector>
 
-#include "WindowsScript.h"
 #include "support/TempDir.h"
 #include "tcpip/win32/HostSystemWin32.h"
+#include "tcpip/win32/IpHelperWin32.h"
+#include "tcpip/win32/NetShUtilWin32.h"
+#include "tcpip/win32/WMIUtilWin32.h"
 
 using namespace velmora;
-using velmora::test::RecordingHandler;
 using Version = HostSystemWin32::Version;
+using Strings = std::vector<std::string>;
 
 namespace {
+
+// The real record types, zeroed and linked as the system links them.
+class ScriptedIpHelper : public IpHelperWin32 {
+public:
+    ScriptedIpHelper() {
+        std::snprintf(fixed.HostName, sizeof fixed.HostName, "scripted-host");
+        std::snprintf(fixed.DomainName, sizeof fixed.DomainName, "host.example");
+    }
+    // A longer (Vista) record: Ethernet, up, hardware address ending in `macEnd`.
+    IP_ADAPTER_ADDRESSES* addAdapter(const wchar_t* friendly, const char* guid, DWORD ifIndex,
+                                     DWORD ipv6IfIndex, BYTE macEnd = 1) {
+        auto* a = append(addresses_, make<IP_ADAPTER_ADDRESSES>());
+        a->Length = sizeof *a;
+        a->IfIndex = ifIndex;
+        a->Ipv6IfIndex = ipv6IfIndex;
+        a->AdapterName = const_cast<char*>(guid);
+        a->FriendlyName = wide(friendly);
+        a->IfType = IF_TYPE_ETHERNET_CSMACD;
+        a->OperStatus = IfOperStatusUp;
+        a->PhysicalAddressLength = setMac(a->PhysicalAddress, macEnd);
+        return a;
+    }
+    IP_ADAPTER_INFO* addInfo(const char* guid, DWORD index, BYTE macEnd = 0x81) {
+        auto* i = append(info_, make<IP_ADAPTER_INFO>());
+        std::snprintf(i->AdapterName, sizeof i->AdapterName, "%s", guid);
+        i->Index = index;
+        i->Type = MIB_IF_TYPE_ETHERNET;
+        i->AddressLength = setMac(i->Address, macEnd);
+        return i;
+    }
+    SOCKET_ADDRESS address(const char* text) {
+        auto* s = make<SOCKADDR_STORAGE>();
+        const bool v6 = std::strchr(text, ':') != nullptr;
+        s->ss_family = v6 ? AF_INET6 : AF_INET;
+        auto* in6 = reinterpret_cast<sockaddr_in6*>(s);
+        auto* in = reinterpret_cast<sockaddr_in*>(s);
+        InetAddress::inet_pton(s->ss_family, text,
+                               v6 ? static_cast<void*>(&in6->sin6_addr) : &in->sin_addr);
+        return SOCKET_ADDRESS{reinterpret_cast<sockaddr*>(s), v6 ? 28 : 16};
+    }
+    // A record with `text` as address at the end of a list (unicast, DNS, gateway, prefix).
+    template <typename T>
+    T* add(T*& list, const char* text) {
+        T* r = append(list, make<T>());
+        r->Address = address(text);
+        return r;
+    }
+    void addUnicast(IP_ADAPTER_ADDRESSES* a, const char* text,
+                    IP_DAD_STATE state = IpDadStatePreferred, DWORD flags = 0) {
+        auto* u = add(a->FirstUnicastAddress, text);
+        u->DadState = state;
+        u->Flags = flags;
+    }
+    wchar_t* wide(const wchar_t* text) {
+        texts_.emplace_back(text);
+        return &texts_.back()[0];
+    }
+
+    bool changeDetected() override { return changed; }
+    void refresh() override {
+        ++refreshes;
+        changed = false;
+    }
+    IP_ADAPTER_ADDRESSES* getAdapterAddresses() override { return addresses_; }
+    IP_ADAPTER_INFO* getAdapterInfo() override { return info_; }
+    FIXED_INFO* getFixedInfo() override { return hasFixed ? &fixed : nullptr; }
+    // One process-heap block as the system makes it: the record, then the further entries.
+    IP_PER_ADAPTER_INFO* makePerAdapterInfo(unsigned long index) override {
+        auto found = perAdapterDns.find(index);
+        if (found == perAdapterDns.end()) return nullptr;
+        const Strings& servers = found->second;
+        auto* per = static_cast<IP_PER_ADAPTER_INFO*>(
+            HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY,
+                      sizeof(IP_PER_ADAPTER_INFO) + servers.size() * sizeof(IP_ADDR_STRING)));
+        auto* more = reinterpret_cast<IP_ADDR_STRING*>(per + 1);
+        IP_ADDR_STRING* entry = &per->DnsServerList;
+        for (size_t i = 0; i < servers.size(); ++i) {
+            if (i > 0) entry = entry->Next = &more[i - 1];
+            std::snprintf(entry->IpAddress.String, sizeof entry->IpAddress.String, "%s",
+                          servers[i].c_str());
+        }
+        return per;
+    }
+
+    FIXED_INFO fixed{};
+    bool hasFixed = true;
+    bool changed = false;
+    int refreshes = 0;
+    std::map<unsigned long, Strings> perAdapterDns;  // by interface index
+
+private:
+    template <typename T>
+    T* make() {
+        blocks_.emplace_back(sizeof(T), 0);
+        return reinterpret_cast<T*>(blocks_.back().data());
+    }
+    template <typename T>
+    static T* append(T*& first, T* item) {
+        T** link = &first;
+        while (*link != nullptr)
+            link = &(*link)->Next;
+        return *link = item;
+    }
+    static DWORD setMac(BYTE* out, BYTE end) {
+        const BYTE mac[6] = {0x00, 0x1A, 0x2B, 0x3C, 0x4D, end};
+        std::memcpy(out, mac, 6);
+        return 6;
+    }
+    std::deque<std::vector<unsigned char>> blocks_;
+    std::deque<std::wstring> texts_;
+    IP_ADAPTER_ADDRESSES* addresses_ = nullptr;
+    IP_ADAPTER_INFO* info_ = nullptr;
+};
+
+// Records each call as "Method mac arguments" and answers `result` (the search order
+// first takes its own queued answers).
+class RecordingWmi : public WMIUtilWin32 {
+public:
+    int invokeEnableStaticOnMAC(const char* mac, const char* address, const char* mask) override {
+        return record("EnableStatic", mac, std::string(address) + " " + mask);
+    }
+    int invokeEnableDHCPOnMAC(const char* mac) override { return record("EnableDHCP", mac, ""); }
+    int invokeSetGatewaysOnMAC(const char* mac, const char* gateway) override {
+        return record("SetGateways", mac, gateway);
+    }
+    int invokeSetDNSDomainOnMAC(const char* mac, const char* domain) override {
+        return record("SetDNSDomain", mac, "'" + std::string(domain) + "'");
+    }
+    int invokeSetDNSServerSearchOrderOnMAC(const char* mac, const char* list) override {
+        int r = record("SetDNSServerSearchOrder", mac, "'" + std::string(list) + "'");
+        if (searchOrderResults.empty()) return r;
+        r = searchOrderResults.front();
+        searchOrderResults.pop_front();
+        return r;
+    }
+    Strings calls;
+    int result = 0;
+    std::deque<int> searchOrderResults;
+
+private:
+    int record(const char* method, const char* mac, const std::string& arguments) {
+        calls.push_back(std::string(method) + " " + mac +
+                        (arguments.empty() ? "" : " " + arguments));
+        return result;
+    }
+};
+
+class ScriptedShell : public NetShUtilWin32 {
+public:
+    int executeCommand(const char* command) override {
+        commands.push_back(command);
+        return 0;
+    }
+    const char* getOutputBuffer() override { return output.c_str(); }
+    Strings commands;
+    std::string output;
+};
+
+// Every report as "module|key|text", and each clearError as "clear".
+class RecordingHandler : public ErrorHandler {
+public:
+    void error(MessageBundle* b) override {
+        reports.push_back(std::string(b->getModule() ? b->getModule() : "") + "|" +
+                          (b->getKey() ? b->getKey() : "") + "|" +
+                          (b->getText() ? b->getText() : ""));
+    }
+    using ErrorHandler::error;
+    void clearError() override { reports.push_back("clear"); }
+    Strings reports;
+};
 
 class WindowsSettings : public ::testing::Test {
 protected:
@@ -55,13 +234,11 @@ protected:
         return out;
     }
 
-    test::ScriptedIpHelper ip;
-    test::RecordingWmi wmi;
-    test::ScriptedShell shell;
+    ScriptedIpHelper ip;
+    RecordingWmi wmi;
+    ScriptedShell shell;
     RecordingHandler log;
 };
-
-using Strings = std::vector<std::string>;
 
 // Only real, named adapters are listed, in the system's order, under their friendly names;
 // before XP the Ethernet information records are listed under their adapter names.
@@ -74,8 +251,8 @@ TEST_F(WindowsSettings, HostListsShownAdaptersWithTheirIds) {
     ip.addAdapter(L"Unplugged", "{U}", 0, 0);
     // Not convertible in the C locale: the id, description and domain fall back.
     IP_ADAPTER_ADDRESSES* w = ip.addAdapter(L"Wireless \x4E2D", "{W}", 6, 0);
-    w->Description = const_cast<wchar_t*>(ip.wide(L"\x4E2D"));
-    w->DnsSuffix = const_cast<wchar_t*>(ip.wide(L"\x4E2D.example"));
+    w->Description = ip.wide(L"\x4E2D");
+    w->DnsSuffix = ip.wide(L"\x4E2D.example");
     ip.addAdapter(L"IPv6 only", "{6}", 0, 7);
     testing::internal::CaptureStderr();
     EXPECT_EQ(ids(), (Strings{"Local Area Connection", "{W}", "IPv6 only"}));
@@ -110,14 +287,14 @@ TEST_F(WindowsSettings, HostListsShownAdaptersWithTheirIds) {
 // one adapter disagree on purpose.
 TEST_F(WindowsSettings, DataSourcesFollowTheWindowsVersion) {
     IP_ADAPTER_ADDRESSES* a = ip.addAdapter(L"LAN", "{A}", 2, 9, 0x01);
-    a->Description = const_cast<wchar_t*>(ip.wide(L"Addresses description"));
-    a->DnsSuffix = const_cast<wchar_t*>(ip.wide(L"adapter.example"));
+    a->Description = ip.wide(L"Addresses description");
+    a->DnsSuffix = ip.wide(L"adapter.example");
     a->Flags = IP_ADAPTER_DHCP_ENABLED;
     ip.addUnicast(a, "10.0.0.2");
-    ip.addDns(a, "10.0.0.53");
-    ip.addDns(a, "fd00::53");
-    ip.addGateway(a, "fe80::1");
-    ip.addGateway(a, "10.0.0.1");
+    ip.add(a->FirstDnsServerAddress, "10.0.0.53");
+    ip.add(a->FirstDnsServerAddress, "fd00::53");
+    ip.add(a->FirstGatewayAddress, "fe80::1");
+    ip.add(a->FirstGatewayAddress, "10.0.0.1");
     IP_ADAPTER_INFO* info = ip.addInfo("{A}", 2, 0x81);
     snprintf(info->Description, sizeof info->Description, "Information description");
     snprintf(info->GatewayList.IpAddress.String, 16, "10.0.0.254");
@@ -126,14 +303,9 @@ TEST_F(WindowsSettings, DataSourcesFollowTheWindowsVersion) {
     ip.perAdapterDns[2] = {"10.9.9.9", "10.8.8.8", "10.7.7.7"};
     struct Case {
         Version version;
-        const char* id;
-        const char* desc;
-        const char* mac;
+        const char *id, *desc, *mac;
         bool dhcp;
-        const char* gateway;
-        const char* dns;
-        const char* domain;
-        const char* address;
+        const char *gateway, *dns, *domain, *address;
     } cases[] = {
         {HostSystemWin32::kWin2000, "{A}", "Information description", "00:1A:2B:3C:4D:81", false,
          "10.0.0.254", "10.9.9.9 10.8.8.8", "host.example", ""},
@@ -230,7 +402,7 @@ TEST_F(WindowsSettings, Ipv6Choices) {
     ip.addUnicast(a, "2001:db8::4", IpDadStatePreferred, IP_ADAPTER_ADDRESS_DNS_ELIGIBLE);
     ip.addUnicast(a, "2001:db8::5", IpDadStatePreferred, IP_ADAPTER_ADDRESS_DNS_ELIGIBLE);
     for (const char* dns : {"fd00::1", "10.0.0.53", "fd00::2", "fd00::3"})
-        ip.addDns(a, dns);
+        ip.add(a->FirstDnsServerAddress, dns);
     TcpIpAdapterSettings lan("LAN");
     EXPECT_EQ(text(&TcpIpAdapterSettings::getIpv6Address, lan), "2001:db8::4");
     a->FirstUnicastAddress->Next->Next->Next->Next->Flags = 0;
@@ -259,7 +431,7 @@ TEST_F(WindowsSettings, Ipv6Choices) {
     for (const Prefixes& c : cases) {
         a->FirstPrefix = nullptr;
         for (const auto& p : c.list)
-            ip.addPrefix(a, p.first, p.second);
+            ip.add(a->FirstPrefix, p.first)->PrefixLength = p.second;
         EXPECT_EQ(lan.getIpv6SubnetPrefixLength(&log), c.expected) << c.list[0].first;
     }
 
@@ -294,7 +466,7 @@ TEST_F(WindowsSettings, Ipv6Choices) {
 // four default routes are looked at, and the number may have two digits.
 TEST_F(WindowsSettings, Ipv6GatewayFromTheRouteTableBeforeVista) {
     IP_ADAPTER_ADDRESSES* a = ip.addAdapter(L"LAN", "{A}", 2, 12);
-    ip.addGateway(a, "fe80::77");
+    ip.add(a->FirstGatewayAddress, "fe80::77");
     TcpIpAdapterSettings lan("LAN");
     EXPECT_EQ(text(&TcpIpAdapterSettings::getIpv6DefaultGateway, lan), "fe80::77");
     EXPECT_TRUE(shell.commands.empty()) << "Vista has the gateway in the record";

@@ -13,8 +13,10 @@
 #include <string>
 #include <vector>
 
-#include "WindowsScript.h"
 #include "tcpip/win32/HostSystemWin32.h"
+#include "tcpip/win32/IpHelperWin32.h"
+#include "tcpip/win32/NetShUtilWin32.h"
+#include "tcpip/win32/WMIUtilWin32.h"
 
 using namespace velmora;
 
@@ -29,6 +31,14 @@ struct Expected {
     std::string id, mac, ipv4;
 };
 
+std::string macText(const BYTE* p, unsigned long length) {
+    char mac[32] = "Unavailable";
+    if (length == 6)
+        snprintf(mac, sizeof mac, "%02X:%02X:%02X:%02X:%02X:%02X", p[0], p[1], p[2], p[3], p[4],
+                 p[5]);
+    return mac;
+}
+
 // The adapters as the system reports them, read here without the library's cache.
 std::vector<Expected> systemAdapters() {
     ULONG size = 64 * 1024;
@@ -41,17 +51,9 @@ std::vector<Expected> systemAdapters() {
             a->IfType == IF_TYPE_TUNNEL || a->FriendlyName == nullptr ||
             a->FriendlyName[0] == L'\0' || a->FriendlyName[0] == L'{')
             continue;
-        Expected e;
         char name[256];
         IpHelperWin32::adapterId(a, name, sizeof name, nullptr);
-        e.id = name;
-        char mac[32] = "Unavailable";
-        if (a->PhysicalAddressLength == 6) {
-            const BYTE* p = a->PhysicalAddress;
-            snprintf(mac, sizeof mac, "%02X:%02X:%02X:%02X:%02X:%02X", p[0], p[1], p[2], p[3], p[4],
-                     p[5]);
-        }
-        e.mac = mac;
+        Expected e{name, macText(a->PhysicalAddress, a->PhysicalAddressLength), ""};
         for (IP_ADAPTER_UNICAST_ADDRESS* u = a->FirstUnicastAddress; u != nullptr && e.ipv4.empty();
              u = u->Next) {
             char text[64];
@@ -75,14 +77,8 @@ std::vector<Expected> informationAdapters() {
     EXPECT_EQ(GetAdaptersInfo(first, &size), 0u);
     std::vector<Expected> out;
     for (IP_ADAPTER_INFO* i = first; i != nullptr; i = i->Next) {
-        if (i->Type != MIB_IF_TYPE_ETHERNET) continue;
-        char mac[32] = "Unavailable";
-        if (i->AddressLength == 6) {
-            const BYTE* p = i->Address;
-            snprintf(mac, sizeof mac, "%02X:%02X:%02X:%02X:%02X:%02X", p[0], p[1], p[2], p[3], p[4],
-                     p[5]);
-        }
-        out.push_back(Expected{i->AdapterName, mac, ""});
+        if (i->Type == MIB_IF_TYPE_ETHERNET)
+            out.push_back(Expected{i->AdapterName, macText(i->Address, i->AddressLength), ""});
     }
     return out;
 }
