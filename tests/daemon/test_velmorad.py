@@ -147,6 +147,8 @@ class VelmoradTest(unittest.TestCase):
             self.assertEqual(settings.get("usesAdapterLevelSettings"), "true", body)
             for a in adapters:
                 self.assertIsNotNone(a.find("dnsHosts"), body)
+        r, body = d.get("/network", method="POST")
+        self.assertEqual(r.status, 403, "applying is off by default")
 
     def test_levels_read_change_and_persist(self):
         d = self.d

@@ -114,6 +114,14 @@ bool isolated(const std::function<void(TcpIpHostSettings*, const TempDir&)>& bod
         *why = "new network namespaces need root";
         return false;
     }
+    if (run("command -v ip && command -v python3").find('\n') == std::string::npos) {
+        *why = "the checks need ip (iproute2) and python3";
+        return false;
+    }
+    if (access("/proc/sys/net/ipv6", F_OK) != 0) {
+        *why = "this kernel has no IPv6";
+        return false;
+    }
     std::fflush(nullptr);
     pid_t child = fork();
     if (child == 0) {
@@ -303,6 +311,8 @@ TEST(LinuxSettings, BadValuesAreReportedAndApplyNothingOfTheirs) {
             {"subnetMask=\"255.255.255.0\"", "subnetMask=\"255.0.255.0\""},
             {"ipv6Address=\"2001:db8::10\"", "ipv6Address=\"2001:db8::g\""},
             {"ipv6SubnetPrefixLength=\"64\"", "ipv6SubnetPrefixLength=\"129\""},
+            // Well formed, refused by the kernel only after the old address was taken off.
+            {"ipv6Address=\"2001:db8::10\"", "ipv6Address=\"ff02::5\""},
             {"id=\"v0\"", "id=\"nope\""},
             {"<dnsHost ipAddress=\"192.0.2.53\"/>",
              "<dnsHost ipAddress=\"192.0.2.53\"/><dnsHost ipAddress=\"192.0.2.5x\"/>"},

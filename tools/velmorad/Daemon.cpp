@@ -65,15 +65,23 @@ bool equalsIgnoreCase(const char* a, const char* b) {
     return *a == *b;
 }
 
-// Reads and drops a request body so that the next request starts where it should; false
-// when the body is too large or does not arrive.
-bool skipBody(velmora::HttpRequest& request, velmora::SocketInput* in) {
+// Reads a request body into `body` so that a route can use it and the next request
+// starts where it should; false when the body is too large or does not arrive. A client
+// that waits for leave to send it (Expect: 100-continue, as curl does) is given leave.
+bool readBody(velmora::HttpRequest& request, velmora::SocketInput* in, velmora::Socket* socket,
+              std::string* body) {
     int length = request.getFieldInt("Content-Length", 0);
     if (length < 0 || length > 1024 * 1024) return false;
+    if (length > 0 && equalsIgnoreCase(request.getField("Expect"), "100-continue") &&
+        socket->getOutput() != nullptr) {
+        socket->getOutput()->writeString("HTTP/1.1 100 Continue\r\n\r\n");
+        socket->getOutput()->flush();
+    }
     char chunk[4096];
     while (length > 0) {
         int n = in->read(chunk, length < static_cast<int>(sizeof chunk) ? length : sizeof chunk);
         if (n <= 0) return false;
+        body->append(chunk, static_cast<size_t>(n));
         length -= n;
     }
     return true;
@@ -177,7 +185,7 @@ void Daemon::serve(velmora::Socket* socket) {
             x.replyError(505, "only HTTP/1.x is served");
         } else if (request.getField("Transfer-Encoding") != nullptr) {
             x.replyError(501, "request bodies must come with a Content-Length");
-        } else if (!skipBody(request, &in)) {
+        } else if (!readBody(request, &in, socket, &x.requestBody)) {
             x.replyError(413, "request body too large or incomplete");
         } else {
             route(x);

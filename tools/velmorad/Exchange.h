@@ -20,6 +20,7 @@ struct Exchange {
     int status = 0;  // what was answered, for the access log
     long bytes = 0;
     const char* allow = nullptr;  // the methods an answer 405 names
+    std::string requestBody{};    // the request body (Content-Length bytes)
 
     // The value of a query parameter, decoded; `def` when absent.
     std::string query(const char* name, const char* def) const;

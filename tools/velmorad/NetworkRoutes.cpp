@@ -16,14 +16,14 @@
 #include <velmora/log/ErrorHandler.h>
 #include <velmora/log/Log.h>
 #include <velmora/log/MessageBundle.h>
-#include <velmora/net/SocketInput.h>
-#include <velmora/net/SocketOutput.h>
+#include <velmora/net/InetAddress.h>
 #include <velmora/tcpip/TcpIpHostSettings.h>
 #include <velmora/tcpip/TcpIpUtil.h>
+#include <velmora/text/StringReader.h>
 #include <velmora/text/StringWriter.h>
+#include <velmora/xml/XElem.h>
+#include <velmora/xml/XParser.h>
 #include <velmora/xml/XWriter.h>
-
-#include <strings.h>
 
 #include <cstring>
 #include <memory>
@@ -36,8 +36,6 @@
 namespace velmorad {
 
 namespace {
-
-const int kMaxDocument = 256 * 1024;
 
 std::mutex networkLock;
 
@@ -99,33 +97,48 @@ std::string document(velmora::TcpIpHostSettings* host, velmora::ErrorHandler* er
            (text.getString() != nullptr ? text.getString() : "");
 }
 
-// The request body of exactly Content-Length bytes; false with the status to answer.
-bool readBody(Exchange& x, std::string* body, int* status) {
-    int length = x.request->getFieldInt("Content-Length", -1);
-    if (length < 0) {
-        *status = 411;
-        return false;
-    }
-    if (length > kMaxDocument) {
-        *status = 413;
-        return false;
-    }
-    // A client that waits for leave to send the body (curl does for larger ones) gets it.
-    const char* expect = x.request->getField("Expect");
-    if (expect != nullptr && strcasecmp(expect, "100-continue") == 0) {
-        velmora::SocketOutput* out = x.socket->getOutput();
-        if (out != nullptr) {
-            out->writeString("HTTP/1.1 100 Continue\r\n\r\n");
-            out->flush();
+// Equal texts, or the same address written two ways ("2001:DB8::1", "2001:db8::1").
+bool sameAddress(const char* a, const char* b) {
+    if (std::strcmp(a, b) == 0) return true;
+    if (*a == '\0' || *b == '\0') return false;
+    for (int family :
+         {velmora::InetAddress::getIpv4Family(), velmora::InetAddress::getIpv6Family()}) {
+        unsigned char x[16] = {}, y[16] = {};
+        if (velmora::InetAddress::inet_pton(family, a, x) == 1 &&
+            velmora::InetAddress::inet_pton(family, b, y) == 1) {
+            return std::memcmp(x, y, sizeof x) == 0;
         }
     }
-    body->assign(static_cast<size_t>(length), '\0');
-    velmora::SocketInput* in = x.request->getInput();
-    if (length > 0 && (in == nullptr || in->read(&(*body)[0], length) != length)) {
-        *status = 400;
-        return false;
+    return false;
+}
+
+// A gateway that the document asks for but the host does not show afterwards (a system
+// may accept one that no link reaches and leave it unset) is reported like a refusal.
+void checkGateways(const std::string& body, velmora::TcpIpHostSettings* host, Reports* reports) {
+    velmora::StringReader in(body.c_str(), static_cast<int>(body.size()));
+    velmora::XParser parser(&in);
+    std::unique_ptr<velmora::XElem> root(parser.parse(true));
+    if (root == nullptr || root->getb("isReadonly", false) ||
+        host->usesAdapterLevelSettings(reports)) {
+        return;
     }
-    return true;
+    struct Gateway {
+        const char* attribute;
+        void (velmora::TcpIpHostSettings::*get)(velmora::ErrorHandler*, char*, int);
+    };
+    const Gateway gateways[] = {
+        {"defaultGateway", &velmora::TcpIpHostSettings::getDefaultGateway},
+        {"ipv6DefaultGateway", &velmora::TcpIpHostSettings::getIpv6DefaultGateway}};
+    for (const Gateway& g : gateways) {
+        const char* wanted = root->get(g.attribute, nullptr);
+        char now[1024] = "";
+        if (wanted == nullptr) continue;
+        (host->*g.get)(reports, now, sizeof now);
+        if (!sameAddress(wanted, now)) {
+            reports->texts.push_back(std::string("The default gateway ") + wanted +
+                                     " was not set: no adapter reaches it");
+        }
+    }
 }
 
 void apply(Exchange& x, const NetworkOptions& options) {
@@ -135,12 +148,9 @@ void apply(Exchange& x, const NetworkOptions& options) {
                      "lib/velmorad.properties");
         return;
     }
-    std::string body;
-    int status = 0;
-    if (!readBody(x, &body, &status)) {
-        x.replyError(status, status == 411   ? "a Content-Length is needed"
-                             : status == 413 ? "the document is too long"
-                                             : "the document could not be read");
+    const std::string& body = x.requestBody;
+    if (body.empty()) {
+        x.replyError(400, "a tcpIpSettings document is needed as the request body");
         return;
     }
     Reports reports;
@@ -156,6 +166,7 @@ void apply(Exchange& x, const NetworkOptions& options) {
         std::vector<char> text(body.begin(), body.end());
         text.push_back('\0');
         result = velmora::TcpIpUtil::setHostSettingsXml(host, text.data(), &reports);
+        if (result == 0 && reports.texts.empty()) checkGateways(body, host, &reports);
         Reports readErrors;
         answer = document(host, &readErrors);
     }

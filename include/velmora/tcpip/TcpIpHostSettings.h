@@ -34,6 +34,8 @@ public:
     static void unload();
 
     // The adapters in the system's order and their number; the array stays the host's.
+    // On Linux both lookups rebuild the list when the host's links changed since it was
+    // built: adapter pointers handed out before then are no longer valid.
     TcpIpAdapterSettings** getAllAdapterSettings(ErrorHandler* err, int* count);
     // The first adapter whose id equals `id` exactly (case matters), else null.
     TcpIpAdapterSettings* getAdapterSettings(ErrorHandler* err, const char* id);

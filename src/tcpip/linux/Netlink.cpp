@@ -10,6 +10,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <functional>
@@ -47,7 +48,7 @@ using Handler = std::function<void(const nlmsghdr*)>;
 int exchange(Request& request, const Handler& handler) {
     int fd = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
     if (fd < 0) return errno;
-    static unsigned sequence = 0;
+    static std::atomic<unsigned> sequence{0};
     request.header()->nlmsg_seq = ++sequence;
     sockaddr_nl kernel{};
     kernel.nl_family = AF_NETLINK;
