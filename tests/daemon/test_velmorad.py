@@ -140,7 +140,14 @@ class VelmoradTest(unittest.TestCase):
 
         r, body = d.get("/network")
         self.assertEqual(r.status, 200, body)
-        self.assertEqual(ET.fromstring(body).tag, "tcpIpSettings")
+        settings = ET.fromstring(body)
+        self.assertEqual(settings.tag, "tcpIpSettings")
+        adapters = settings.find("adapters")
+        self.assertGreater(len(adapters), 0, body)
+        if LAUNCHER:  # Windows keeps gateway, domain and DNS servers per adapter
+            self.assertEqual(settings.get("usesAdapterLevelSettings"), "true", body)
+            for a in adapters:
+                self.assertIsNotNone(a.find("dnsHosts"), body)
         r, body = d.get("/network", method="POST")
         self.assertEqual(r.status, 403, "applying is off by default")
 

@@ -4,3 +4,17 @@ if(NOT CMAKE_CROSSCOMPILING)
     target_link_libraries(${exe} PRIVATE EXPAT::EXPAT)
     target_compile_definitions(${exe} PRIVATE VELMORA_TEST_EXPAT)
 endif()
+# The Windows settings tests reach the back-end seams in src/tcpip/win32/ and ask IP Helper
+# themselves to compare with what the library reports.
+target_include_directories(${exe} PRIVATE ${PROJECT_SOURCE_DIR}/src)
+if(WIN32)
+    target_link_libraries(${exe} PRIVATE iphlpapi ws2_32 advapi32)
+endif()
+# The real back ends again under older Windows versions that Wine pretends to be.
+find_program(VELMORA_PYTHON3 NAMES python3)
+if(CMAKE_CROSSCOMPILING AND WIN32 AND VELMORA_PYTHON3)
+    add_test(NAME tcpip.realBackEndsUnderOlderWindows
+        COMMAND ${VELMORA_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/tcpip/wine_versions.py
+            --launcher ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${exe}>)
+    set_tests_properties(tcpip.realBackEndsUnderOlderWindows PROPERTIES TIMEOUT 600)
+endif()
