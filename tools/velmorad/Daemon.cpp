@@ -192,8 +192,11 @@ void Daemon::work() {
         lock.unlock();
         serve(socket);
         delete socket;
-        --open_;
+        // Counted down under the lock: whenever hand() looks, a thread that gave its
+        // connection back is already idle or busy again, so no thread beyond the cap is
+        // ever started.
         lock.lock();
+        --open_;
     }
 }
 
