@@ -29,7 +29,7 @@ port=$(sed -n 's|.*http://127.0.0.1:\([0-9]*\)/.*|\1|p' "$work/daemon.out" | hea
 curl -s "http://127.0.0.1:$port/status" >"$work/status.xml"
 
 # nginx serves a file of the same size as the daemon's answer.
-nginx_port=$((port + 1))
+nginx_port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
 mkdir -p "$work/www" "$work/logs"
 cp "$work/status.xml" "$work/www/status"
 cat >"$work/nginx.conf" <<CONF

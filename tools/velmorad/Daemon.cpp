@@ -135,7 +135,7 @@ void Daemon::run() {
             continue;
         }
         setNoDelay(socket->getSocketHandle());
-        if (open_.load() >= settings_.maxConnections) {
+        if (!placeFree()) {
             refuse(socket);
             continue;
         }
@@ -156,12 +156,27 @@ void Daemon::run() {
     server_->close();
 }
 
+// At the cap, a place that frees within a moment is waited for: a client that closes one
+// connection and opens the next at once would otherwise be refused while its old
+// connection's thread has yet to notice the close.
+bool Daemon::placeFree() {
+    const auto kGrace = std::chrono::milliseconds(50);
+    if (open_.load() < settings_.maxConnections) return true;
+    std::unique_lock<std::mutex> lock(poolMutex_);
+    listenerWaiting_ = true;
+    bool free = placeFreed_.wait_for(lock, kGrace, [this] {
+        return open_.load() < settings_.maxConnections || stopping_.load();
+    });
+    listenerWaiting_ = false;
+    return free && !stopping_.load();
+}
+
 void Daemon::hand(velmora::Socket* socket) {
     std::unique_lock<std::mutex> lock(poolMutex_);
     queue_.push_back(socket);
     // Every queued connection has a thread of its own coming: an idle one, or a new one.
     // The count stays within the cap because open_ does.
-    if (queue_.size() > idle_) {
+    if (queue_.size() > idle_ + returning_) {
         try {
             workers_.emplace_back([this] { work(); });
         } catch (const std::system_error&) {
@@ -191,12 +206,17 @@ void Daemon::work() {
         queue_.pop_front();
         lock.unlock();
         serve(socket);
-        delete socket;
-        // Counted down under the lock: whenever hand() looks, a thread that gave its
-        // connection back is already idle or busy again, so no thread beyond the cap is
-        // ever started.
+        // Counted down before the socket closes, so that a client that reconnects at once
+        // finds its place free; and under the lock, with this thread counted as on its way
+        // back, so that hand() never starts a thread beyond the cap for it.
         lock.lock();
         --open_;
+        ++returning_;
+        if (listenerWaiting_) placeFreed_.notify_one();
+        lock.unlock();
+        delete socket;
+        lock.lock();
+        --returning_;
     }
 }
 

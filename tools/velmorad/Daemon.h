@@ -51,6 +51,7 @@ public:
     void countRequest() { ++served_; }
 
 private:
+    bool placeFree();                    // false: over the cap (after a short wait for a place)
     void hand(velmora::Socket* socket);  // to an idle connection thread, or a new one
     void work();                         // a connection thread: serves queued connections
     void serve(velmora::Socket* socket);
@@ -75,8 +76,11 @@ private:
     std::condition_variable poolWake_;
     std::deque<velmora::Socket*> queue_;
     std::vector<std::thread> workers_;
-    size_t idle_ = 0;
+    size_t idle_ = 0;       // threads waiting for a connection
+    size_t returning_ = 0;  // threads closing a connection, about to take the next
     bool draining_ = false;
+    std::condition_variable placeFreed_;
+    bool listenerWaiting_ = false;
 };
 
 }  // namespace velmorad
