@@ -38,6 +38,10 @@ int waitWritable(Handle handle, int milliseconds);
 int receive(Handle handle, char* buffer, int size);  // the system's result
 int peekByte(Handle handle);                         // the peek's result, nothing consumed
 int sendBytes(Handle handle, const char* data, int size);
+// Sends what the socket takes at once, without waiting: the count sent (> 0), kNotNow when
+// it would have to wait (or the system cannot send without waiting), -1 on failure.
+const int kNotNow = -2;
+int sendNow(Handle handle, const char* data, int size);
 bool pendingBytes(Handle handle, int* count);  // the FIONREAD request
 
 bool setReuseAddress(Handle handle);

@@ -44,6 +44,15 @@ bool SocketOutput::flush() {
         const netsys::Handle handle = socket_->getSocketHandle();
         const int total = count_;
         int sent = 0;
+        // The socket usually takes the bytes at once: a wait is made only when it does not.
+        if (total > 0) {
+            const int now = netsys::sendNow(handle, buffer_, total);
+            if (now == -1) {
+                socketError_ = true;
+                return false;
+            }
+            if (now > 0) sent = now;
+        }
         int retries = flushRetries_;  // one budget for the whole flush, never refilled
         while (sent < total && retries > 0) {
             const int ready = netsys::waitWritable(handle, 1000);

@@ -10,52 +10,73 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <system_error>
 
 #include "Exchange.h"
 #include "HostServices.h"
 
 namespace velmorad {
 
-namespace {
-
 using Clock = std::chrono::steady_clock;
 
 // The socket input of one connection with two limits: the read time-out for silence, and a
 // deadline for the whole head of a request, so that a client sending a byte now and then
-// cannot hold its thread.
+// cannot hold its thread. Waits are cut into short slices so that a stop request ends an
+// idle keep-alive connection at once instead of after its time-out.
 class DeadlineInput : public velmora::SocketInput {
 public:
-    DeadlineInput(velmora::Socket* socket, int timeoutMs)
-        : velmora::SocketInput(socket, timeoutMs), timeoutMs_(timeoutMs) {}
+    DeadlineInput(velmora::Socket* socket, int timeoutMs, const std::atomic<bool>* stopping)
+        : velmora::SocketInput(socket, timeoutMs), timeoutMs_(timeoutMs), stopping_(stopping) {}
 
     void startRequest(int deadlineMs) {
         deadline_ = Clock::now() + std::chrono::milliseconds(deadlineMs);
         received_ = false;
+        starved_ = false;
     }
     void endHead() { deadline_ = Clock::now() + std::chrono::milliseconds(timeoutMs_); }
+    // From now on reads end after `ms` milliseconds in all, whatever the stop flag says.
+    void drainFor(int ms) {
+        deadline_ = Clock::now() + std::chrono::milliseconds(ms);
+        stopping_ = nullptr;
+    }
     // Whether any byte of the current request arrived.
     bool received() const { return received_; }
+    // Whether a read of the current request ended for want of input (silence, deadline,
+    // stop) rather than because the parser refused what it had.
+    bool starved() const { return starved_; }
 
 protected:
     bool fillBuffer() override {
-        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline_ - Clock::now());
-        if (left.count() <= 0) return false;
-        setTimeout(left.count() < timeoutMs_ ? static_cast<int>(left.count()) : timeoutMs_);
-        bool filled = velmora::SocketInput::fillBuffer();
-        received_ = received_ || filled;
-        return filled;
+        const int kSliceMs = 250;
+        int silent = 0;
+        for (;;) {
+            auto left =
+                std::chrono::duration_cast<std::chrono::milliseconds>(deadline_ - Clock::now());
+            int wait = static_cast<int>(left.count());
+            if (wait > timeoutMs_ - silent) wait = timeoutMs_ - silent;
+            if (wait <= 0 || (stopping_ != nullptr && stopping_->load())) break;
+            if (stopping_ != nullptr && wait > kSliceMs) wait = kSliceMs;
+            setTimeout(wait);
+            if (velmora::SocketInput::fillBuffer()) {
+                received_ = true;
+                return true;
+            }
+            if (getSocketError()) break;
+            silent += wait;
+        }
+        starved_ = true;
+        return false;
     }
 
 private:
     int timeoutMs_;
+    const std::atomic<bool>* stopping_;
     Clock::time_point deadline_ = Clock::now();
     bool received_ = false;
+    bool starved_ = false;
 };
 
-struct Connection {
-    Daemon* daemon;
-    velmora::Socket* socket;
-};
+namespace {
 
 bool equalsIgnoreCase(const char* a, const char* b) {
     if (a == nullptr || b == nullptr) return false;
@@ -101,7 +122,7 @@ Daemon::~Daemon() {
 }
 
 bool Daemon::listen() {
-    server_.reset(velmora::ServerSocket::make(log_, settings_.port, settings_.bind.c_str(), 64));
+    server_.reset(velmora::ServerSocket::make(log_, settings_.port, settings_.bind.c_str(), 128));
     if (!server_) return false;
     listenHandle_ = server_->getSocketHandle();
     port_ = localPort(listenHandle_);
@@ -122,54 +143,145 @@ void Daemon::run() {
             continue;
         }
         setNoDelay(socket->getSocketHandle());
-        if (open_.load() >= settings_.maxConnections) {
-            Exchange busy{this, socket, nullptr, false, false};
-            busy.replyError(503, "too many connections, try again later");
-            delete socket;
+        if (!placeFree()) {
+            refuse(socket);
             continue;
         }
         ++open_;
-        Connection* c = new Connection{this, socket};
-        velmora::PlatformThread t =
-            velmora::PlatformUtil::createThread(connectionThread, c, "conn");
-        if (t == nullptr) {
-            --open_;
-            delete socket;
-            delete c;
-            continue;
-        }
-        velmora::PlatformUtil::releaseThread(t);
+        hand(socket);
     }
-    // Connections finish their current request; the wait is bounded by their time-outs.
-    for (int waited = 0; open_.load() > 0 && waited < settings_.readTimeoutMs + 1000;
-         waited += 10) {
-        velmora::PlatformUtil::sleep(10);
+    // Connection threads finish their current request (a stop ends idle waits at once)
+    // and the queued connections, then leave.
+    std::vector<std::thread> workers;
+    {
+        std::lock_guard<std::mutex> lock(poolMutex_);
+        draining_ = true;
+        workers.swap(workers_);
     }
+    poolWake_.notify_all();
+    for (std::thread& t : workers)
+        t.join();
     server_->close();
 }
 
-uint32_t Daemon::connectionThread(void* arg) {
-    Connection* c = static_cast<Connection*>(arg);
-    c->daemon->serve(c->socket);
-    delete c->socket;
-    --c->daemon->open_;
-    delete c;
-    return 0;
+// At the cap, a place that frees within a moment is waited for: a client that closes one
+// connection and opens the next at once would otherwise be refused while its old
+// connection's thread has yet to notice the close.
+bool Daemon::placeFree() {
+    const auto kGrace = std::chrono::milliseconds(50);
+    if (open_.load() < settings_.maxConnections) return true;
+    std::unique_lock<std::mutex> lock(poolMutex_);
+    listenerWaiting_ = true;
+    bool free = placeFreed_.wait_for(lock, kGrace, [this] {
+        return open_.load() < settings_.maxConnections || stopping_.load();
+    });
+    listenerWaiting_ = false;
+    return free && !stopping_.load();
+}
+
+void Daemon::hand(velmora::Socket* socket) {
+    std::unique_lock<std::mutex> lock(poolMutex_);
+    queue_.push_back(socket);
+    // Every queued connection has a thread of its own coming: an idle one, or a new one.
+    // The count stays within the cap because open_ does.
+    if (queue_.size() > idle_ + returning_) {
+        try {
+            workers_.emplace_back([this] { work(); });
+        } catch (const std::system_error&) {
+            queue_.pop_back();
+            lock.unlock();
+            --open_;
+            delete socket;
+            log_->warning("velmorad: no thread for a new connection; it was closed");
+            return;
+        }
+    }
+    lock.unlock();
+    poolWake_.notify_one();
+}
+
+void Daemon::work() {
+    std::unique_lock<std::mutex> lock(poolMutex_);
+    for (;;) {
+        if (queue_.empty()) {
+            if (draining_) return;
+            ++idle_;
+            poolWake_.wait(lock, [this] { return !queue_.empty() || draining_; });
+            --idle_;
+            continue;
+        }
+        velmora::Socket* socket = queue_.front();
+        queue_.pop_front();
+        lock.unlock();
+        serve(socket);
+        // Counted down before the socket closes, so that a client that reconnects at once
+        // finds its place free; and under the lock, with this thread counted as on its way
+        // back, so that hand() never starts a thread beyond the cap for it.
+        lock.lock();
+        --open_;
+        ++returning_;
+        if (listenerWaiting_) placeFreed_.notify_one();
+        lock.unlock();
+        delete socket;
+        lock.lock();
+        --returning_;
+    }
+}
+
+// Over the cap: the answer goes out at once, without reading the request or holding the
+// listener; what the client had sent already is read away so that it sees the answer
+// rather than a reset.
+void Daemon::refuse(velmora::Socket* socket) {
+    Exchange busy{this, socket, nullptr, false, false};
+    busy.replyError(503, "too many connections, try again later");
+    shutdownSend(socket->getSocketHandle());
+    velmora::SocketInput* in = socket->getInput();
+    if (in != nullptr) {
+        in->setTimeout(0);
+        char scratch[2048];
+        for (int i = 0; i < 32 && in->available() > 0; ++i) {
+            if (in->read(scratch, sizeof scratch) <= 0) break;
+        }
+    }
+    delete socket;
+}
+
+// After an error answer to a request that was not read to its end: stop reading, answer,
+// shut the sending side so that the client sees the end of the answer, then read away what
+// the client still sends for a short while. Closing at once with unread input would make
+// the system reset the connection, and the client could lose the answer with it.
+void Daemon::lingeringClose(velmora::Socket* socket, DeadlineInput& in) {
+    shutdownSend(socket->getSocketHandle());
+    const int kDrainMs = 2000;
+    in.drainFor(settings_.readTimeoutMs < kDrainMs ? settings_.readTimeoutMs : kDrainMs);
+    char scratch[4096];
+    while (in.read(scratch, sizeof scratch) > 0) {
+    }
 }
 
 void Daemon::serve(velmora::Socket* socket) {
-    DeadlineInput in(socket, settings_.readTimeoutMs);
+    DeadlineInput in(socket, settings_.readTimeoutMs, &stopping_);
     for (int n = 0; n < settings_.keepAliveRequests && !stopping_.load(); ++n) {
         in.startRequest(settings_.requestDeadlineMs);
         velmora::HttpRequest request(&in);
         if (!request.read(&in)) {
             // A silent or closed connection just ends; a broken or over-long request, or
             // one that did not arrive in time, is told so.
-            if (in.received() && !in.getSocketError()) {
+            bool stopped = in.starved() && stopping_.load();
+            if (in.received() && !in.getSocketError() && !stopped) {
                 Exchange x{this, socket, nullptr, false, false};
-                x.replyError(400, "malformed, incomplete or over-long request head");
+                // The method was read but the target was not, and not for want of input:
+                // the request line is longer than a request target may be.
+                bool longTarget = request.getMethod() != nullptr &&
+                                  request.getEncodedURI() == nullptr && !in.starved();
+                if (longTarget) {
+                    x.replyError(414, "the request line is too long");
+                } else {
+                    x.replyError(400, "malformed, incomplete or over-long request head");
+                }
                 countRequest();
-                access_->message("- - 400");
+                access_->message(longTarget ? "- - 414" : "- - 400");
+                lingeringClose(socket, in);
             }
             return;
         }
@@ -181,12 +293,16 @@ void Daemon::serve(velmora::Socket* socket) {
                    http11 ? !equalsIgnoreCase(connection, "close")
                           : equalsIgnoreCase(connection, "keep-alive")};
         if (n + 1 >= settings_.keepAliveRequests || stopping_.load()) x.keepAlive = false;
+        bool unread = false;
         if (std::strncmp(version, "HTTP/1.", 7) != 0) {
             x.replyError(505, "only HTTP/1.x is served");
+            unread = true;
         } else if (request.getField("Transfer-Encoding") != nullptr) {
             x.replyError(501, "request bodies must come with a Content-Length");
+            unread = true;
         } else if (!readBody(request, &in, socket, &x.requestBody)) {
             x.replyError(413, "request body too large or incomplete");
+            unread = true;
         } else {
             route(x);
         }
@@ -195,6 +311,7 @@ void Daemon::serve(velmora::Socket* socket) {
         std::snprintf(line, sizeof line, "%s %.300s %d %ld", request.getMethod(),
                       request.getEncodedURI(), x.status, x.bytes);
         access_->message(line);
+        if (unread && !in.getSocketError()) lingeringClose(socket, in);
         if (!x.keepAlive || socket->getOutput() == nullptr ||
             socket->getOutput()->getSocketError()) {
             return;

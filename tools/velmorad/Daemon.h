@@ -1,5 +1,6 @@
-// The daemon: a listener, one thread per accepted connection (up to a cap), requests read
-// with a deadline, answers from the routes, keep-alive while both sides allow it.
+// The daemon: a listener and a pool of connection threads (one connection per thread at a
+// time, at most the connection cap), requests read with a deadline, answers from the
+// routes, keep-alive while both sides allow it.
 #pragma once
 
 #include <velmora/log/FilteredLogBundle.h>
@@ -7,14 +8,25 @@
 #include <velmora/net/ServerSocket.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <ctime>
+#include <deque>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "Settings.h"
 
+namespace velmora {
+class Socket;
+}
+
 namespace velmorad {
+
+class DeadlineInput;
 
 class Daemon {
 public:
@@ -39,8 +51,12 @@ public:
     void countRequest() { ++served_; }
 
 private:
-    static uint32_t connectionThread(void* arg);
+    bool placeFree();                    // false: over the cap (after a short wait for a place)
+    void hand(velmora::Socket* socket);  // to an idle connection thread, or a new one
+    void work();                         // a connection thread: serves queued connections
     void serve(velmora::Socket* socket);
+    void refuse(velmora::Socket* socket);
+    void lingeringClose(velmora::Socket* socket, DeadlineInput& in);
 
     Settings settings_;
     velmora::Log* log_;
@@ -53,6 +69,18 @@ private:
     std::atomic<bool> stopping_{false};
     std::atomic<int> open_{0};
     std::atomic<long> served_{0};
+
+    // Connection threads are started as the load needs them and then kept: starting a
+    // thread for every connection cost more than serving its request.
+    std::mutex poolMutex_;
+    std::condition_variable poolWake_;
+    std::deque<velmora::Socket*> queue_;
+    std::vector<std::thread> workers_;
+    size_t idle_ = 0;       // threads waiting for a connection
+    size_t returning_ = 0;  // threads closing a connection, about to take the next
+    bool draining_ = false;
+    std::condition_variable placeFreed_;
+    bool listenerWaiting_ = false;
 };
 
 }  // namespace velmorad

@@ -20,6 +20,9 @@ int localPort(uint64_t handle);
 // Sends small writes at once (no Nagle delay): an answer's head and body leave as two
 // writes, and a keep-alive client would otherwise wait for a delayed acknowledgement.
 void setNoDelay(uint64_t handle);
+// Shuts the sending side of a connection: the peer reads the end of the data while this
+// side may still read what the peer sends.
+void shutdownSend(uint64_t handle);
 // Universal time, thread-safe.
 bool utcTime(std::time_t t, struct tm* out);
 

@@ -143,9 +143,9 @@ void checkGateways(const std::string& body, velmora::TcpIpHostSettings* host, Re
 
 void apply(Exchange& x, const NetworkOptions& options) {
     if (!options.apply) {
-        x.replyError(403,
-                     "applying network settings is off: set network.apply=true in "
-                     "lib/velmorad.properties");
+        std::string why = "applying network settings is off: set network.apply=true in " +
+                          x.daemon->settings().settingsFile();
+        x.replyError(403, why.c_str());
         return;
     }
     const std::string& body = x.requestBody;

@@ -28,7 +28,11 @@ const char kDefaultSettings[] =
     "requestDeadlineMs=30000\n"
     "keepAliveRequests=100\n"
     "# rotated log files kept\n"
-    "logBackups=5\n";
+    "logBackups=5\n"
+    "# bytes beyond which the log is rotated while the daemon runs (0: only at start)\n"
+    "logMaxBytes=10485760\n"
+    "# true lets POST /network change the host's network settings (needs CAP_NET_ADMIN)\n"
+    "network.apply=false\n";
 
 void usage() {
     std::printf(
@@ -107,6 +111,7 @@ bool loadSettings(int argc, char** argv, Settings* s) {
     s->requestDeadlineMs = map->getInt("requestDeadlineMs", s->requestDeadlineMs);
     s->keepAliveRequests = map->getInt("keepAliveRequests", s->keepAliveRequests);
     s->logBackups = map->getInt("logBackups", s->logBackups);
+    s->logMaxBytes = map->getInt("logMaxBytes", s->logMaxBytes);
     if (bind != nullptr) s->bind = bind;
     if (port >= 0) s->port = port;
     if (!velmora::FileUtil::verifyPath(s->logFile().c_str())) {

@@ -17,6 +17,7 @@ struct Settings {
     int requestDeadlineMs = 30000;  // the most one request's head may take to arrive
     int keepAliveRequests = 100;    // requests on one connection
     int logBackups = 5;
+    int logMaxBytes = 10 * 1024 * 1024;  // the log is rotated while running beyond this; 0: never
 
     std::string settingsFile() const {
         return config.empty() ? home + "/lib/velmorad.properties" : config;

@@ -1,5 +1,5 @@
 // velmorad: the sample platform daemon. It serves the platform's HTTP interface from a home
-// directory it sets up (lib/velmorad.properties, logs/velmorad.log rotated at start,
+// directory it sets up (lib/velmorad.properties, logs/velmorad.log rotated at start and by size,
 // logs/levels.properties for per-name log levels) until SIGINT or SIGTERM.
 //
 //   velmorad [--bind ADDR] [--port N] [--home DIR] [--config FILE]
@@ -7,7 +7,6 @@
 #include <velmora/http/Http.h>
 #include <velmora/http/HttpResponse.h>
 #include <velmora/log/FilteredLogBundle.h>
-#include <velmora/log/LogBuffer.h>
 #include <velmora/net/Icmp.h>
 #include <velmora/xml/XWriter.h>
 
@@ -16,6 +15,7 @@
 
 #include "Daemon.h"
 #include "HostServices.h"
+#include "RotatingLog.h"
 #include "Settings.h"
 
 namespace {
@@ -35,13 +35,12 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "velmorad: the socket library did not start\n");
         return 1;
     }
-    std::unique_ptr<velmora::LogBuffer> file(
-        velmora::LogBuffer::makeFile(settings.logFile().c_str(), settings.logBackups));
-    if (!file) {
+    velmorad::RotatingLog file(settings.logFile(), settings.logBackups, settings.logMaxBytes);
+    if (!file.open()) {
         std::fprintf(stderr, "velmorad: cannot open %s\n", settings.logFile().c_str());
         return 1;
     }
-    velmora::FilteredLogBundle levels(settings.levelsFile().c_str(), file.get());
+    velmora::FilteredLogBundle levels(settings.levelsFile().c_str(), &file);
     velmora::Log* log = levels.get("velmorad");
     levels.get("access");
     // A first start leaves a levels file that names the daemon's logs, ready to edit.

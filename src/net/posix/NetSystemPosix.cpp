@@ -155,6 +155,16 @@ int sendBytes(Handle handle, const char* data, int size) {
     return static_cast<int>(send(fd(handle), data, static_cast<size_t>(size), MSG_NOSIGNAL));
 }
 
+int sendNow(Handle handle, const char* data, int size) {
+    ssize_t n;
+    do {
+        n = send(fd(handle), data, static_cast<size_t>(size), MSG_NOSIGNAL | MSG_DONTWAIT);
+    } while (n < 0 && errno == EINTR);
+    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return kNotNow;
+    if (n == 0) return kNotNow;
+    return static_cast<int>(n);
+}
+
 bool pendingBytes(Handle handle, int* count) {
     return ioctl(fd(handle), FIONREAD, count) == 0;
 }

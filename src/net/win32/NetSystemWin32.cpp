@@ -136,6 +136,11 @@ int sendBytes(Handle handle, const char* data, int size) {
     return send(sock(handle), data, size, 0);
 }
 
+int sendNow(Handle, const char*, int) {
+    // A blocking socket has no per-call way to refuse waiting: the caller waits first.
+    return kNotNow;
+}
+
 bool pendingBytes(Handle handle, int* count) {
     u_long pending = 0;
     if (ioctlsocket(sock(handle), FIONREAD, &pending) != 0) return false;

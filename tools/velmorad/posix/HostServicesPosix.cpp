@@ -51,6 +51,10 @@ int localPort(uint64_t handle) {
     return ntohs(reinterpret_cast<sockaddr_in6*>(&address)->sin6_port);
 }
 
+void shutdownSend(uint64_t handle) {
+    shutdown(static_cast<int>(handle), SHUT_WR);
+}
+
 bool utcTime(std::time_t t, struct tm* out) {
     return gmtime_r(&t, out) != nullptr;
 }

@@ -47,6 +47,10 @@ int localPort(uint64_t handle) {
     return ntohs(reinterpret_cast<sockaddr_in6*>(&address)->sin6_port);
 }
 
+void shutdownSend(uint64_t handle) {
+    shutdown(static_cast<SOCKET>(handle), SD_SEND);
+}
+
 bool utcTime(std::time_t t, struct tm* out) {
     return gmtime_s(out, &t) == 0;
 }
