@@ -184,7 +184,8 @@ start() {
     pid=$!
     port=""
     for _ in $(seq 100); do
-        port=$(sed -n 's|^velmorad listening on http://127.0.0.1:\([0-9]*\)/$|\1|p' "$work/$name.out")
+        # The output file may not exist yet: the daemon's shell makes it in the background.
+        port=$(sed -n 's|^velmorad listening on http://127.0.0.1:\([0-9]*\)/$|\1|p' "$work/$name.out" 2>/dev/null || true)
         [ -z "$port" ] || return 0
         kill -0 "$pid" 2>/dev/null || break
         sleep 0.1

@@ -7,22 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "log/Jni.h"
 #include "platform/BuildNumberSource.h"
 #include "platform/RegSystem.h"
-
-// The JDK's jni_md.h of a Linux JDK marks declarations with visibility attributes, which
-// a Windows compiler warns about and ignores; the JNI types and calls are the same.
-#if defined(__GNUC__)
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wattributes"
-#endif
-#if __has_include(<jni.h>)
-#include <jni.h>
-#define VELMORA_HAVE_JNI 1
-#endif
-#if defined(__GNUC__)
-#pragma GCC diagnostic pop
-#endif
 
 namespace velmora {
 

@@ -9,10 +9,12 @@ version. The copies and their settings are removed afterwards.
     version_probe.py --launcher wine path/to/velmora_version_probe.exe
 """
 import argparse
+import contextlib
 import os
-import shutil
-import subprocess
 import sys
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
+from wine_version import as_version, wine  # noqa: E402
 
 # Wine's version name -> what the probe must print. The XP service-pack question reads the
 # build number of the system, which Wine leaves at 7601 whatever the version.
@@ -31,45 +33,25 @@ BUILDS = [("winxp", "2599", "0"), ("winxp", "2600", "1"), ("win2k", "2600", "0")
           ("win2003", "2599", "0")]
 
 
-def wine(launcher, *args):
-    return subprocess.run(launcher + list(args), capture_output=True, text=True, timeout=120,
-                          stdin=subprocess.DEVNULL)
-
-
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--launcher", action="append", default=[])
     parser.add_argument("probe")
     args = parser.parse_args()
-    folder = os.path.dirname(os.path.abspath(args.probe))
-    tag = "vprobe%d" % os.getpid()
     failures = []
-    copies = {}
-    try:
-        for version in EXPECTED:
-            name = "%s-%s.exe" % (tag, version)
-            shutil.copy(args.probe, os.path.join(folder, name))
-            copies[version] = name
-            key = "HKCU\\Software\\Wine\\AppDefaults\\" + name
-            if wine(args.launcher, "reg", "add", key, "/v", "Version", "/d", version,
-                    "/f").returncode != 0:
-                failures.append("cannot set the version of " + name)
-        runs = [(v, [], EXPECTED[v]) for v in EXPECTED]
-        for version, build, answer in BUILDS:
-            expected = EXPECTED[version].replace("winxpsp1=1", "winxpsp1=" + answer)
-            runs.append((version, ["--build", build], expected))
+    runs = [(v, [], EXPECTED[v]) for v in EXPECTED]
+    for version, build, answer in BUILDS:
+        expected = EXPECTED[version].replace("winxpsp1=1", "winxpsp1=" + answer)
+        runs.append((version, ["--build", build], expected))
+    with contextlib.ExitStack() as copies:
+        exe = {v: copies.enter_context(as_version(args.launcher, args.probe, v)) for v in EXPECTED}
         for version, extra, expected in runs:
-            done = wine(args.launcher, os.path.join(folder, copies[version]), *extra)
+            done = wine(args.launcher, exe[version], *extra, timeout=120)
             got = done.stdout.strip()
             print("%-8s %-14s %s" % (version, " ".join(extra), got))
             if done.returncode != 0 or got != expected:
                 failures.append("%s %s: expected %r, got %r (rc %d)" %
                                 (version, extra, expected, got, done.returncode))
-    finally:
-        for name in copies.values():
-            wine(args.launcher, "reg", "delete", "HKCU\\Software\\Wine\\AppDefaults\\" + name,
-                 "/f")
-            os.remove(os.path.join(folder, name))
     for f in failures:
         print("FAIL: " + f)
     return 1 if failures else 0

@@ -3,22 +3,14 @@
 pretends to be: XP (adapters from the shorter addresses record, gateways from the adapter
 information) and 2000 (adapters from the adapter information only).
 
-Wine answers the version from a per-program setting
-(HKCU\\Software\\Wine\\AppDefaults\\<exe name>\\Version), so each version runs a copy of the
-test program under a name of its own; the copies and their settings are removed afterwards.
-
     wine_versions.py --launcher wine path/to/velmora_tcpip_tests.exe
 """
 import argparse
 import os
-import shutil
-import subprocess
 import sys
 
-
-def wine(launcher, *args):
-    return subprocess.run(launcher + list(args), capture_output=True, text=True, timeout=240,
-                          stdin=subprocess.DEVNULL)
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support"))
+from wine_version import as_version, wine  # noqa: E402
 
 
 def main():
@@ -26,27 +18,16 @@ def main():
     parser.add_argument("--launcher", action="append", default=[])
     parser.add_argument("tests")
     args = parser.parse_args()
-    folder = os.path.dirname(os.path.abspath(args.tests))
     failures = []
     for version, seen in (("winxp", "windows: xp=1 vista=0"), ("win2k", "windows: xp=0 vista=0")):
-        name = "tcpip%d-%s.exe" % (os.getpid(), version)
-        key = "HKCU\\Software\\Wine\\AppDefaults\\" + name
-        shutil.copy(args.tests, os.path.join(folder, name))
-        try:
-            if wine(args.launcher, "reg", "add", key, "/v", "Version", "/d", version,
-                    "/f").returncode != 0:
-                failures.append("cannot set the version of " + name)
-                continue
-            done = wine(args.launcher, os.path.join(folder, name), "--gtest_filter=WindowsSystem.*")
-            print("== %s\n%s%s" % (version, done.stdout, done.stderr))
-            if seen not in done.stdout:
-                failures.append("%s: the program did not see the version (%r expected)" %
-                                (version, seen))
-            if done.returncode != 0 or "[  PASSED  ] 3 tests" not in done.stdout:
-                failures.append("%s: rc %d" % (version, done.returncode))
-        finally:
-            wine(args.launcher, "reg", "delete", key, "/f")
-            os.remove(os.path.join(folder, name))
+        with as_version(args.launcher, args.tests, version) as exe:
+            done = wine(args.launcher, exe, "--gtest_filter=WindowsSystem.*")
+        print("== %s\n%s%s" % (version, done.stdout, done.stderr))
+        if seen not in done.stdout:
+            failures.append("%s: the program did not see the version (%r expected)" %
+                            (version, seen))
+        if done.returncode != 0 or "[  PASSED  ] 3 tests" not in done.stdout:
+            failures.append("%s: rc %d" % (version, done.returncode))
     for f in failures:
         print("FAIL: " + f)
     return 1 if failures else 0

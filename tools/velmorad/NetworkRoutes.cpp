@@ -1,7 +1,7 @@
 // GET /network: the host's TCP/IP settings as the tcpIpSettings document.
 // POST /network: applies a posted document and answers the document read afterwards.
 //
-// Applying changes the machine, so it is off unless lib/velmorad.properties says
+// Applying changes the machine, so it is off unless the daemon's settings file says
 // "network.apply=true" (read on every request: no restart needed to switch it); otherwise
 // 403. A document with isReadonly="true" changes nothing. "network.resolverPath" and
 // "network.hostnamePath" point the host at other resolver and host-name files (systems
@@ -32,31 +32,13 @@
 #include <vector>
 
 #include "Daemon.h"
+#include "Reports.h"
 
 namespace velmorad {
 
 namespace {
 
 std::mutex networkLock;
-
-// Keeps every report of one request, in order.
-class Reports : public velmora::ErrorHandler {
-public:
-    void error(velmora::MessageBundle* bundle) override {
-        std::string t = bundle->getText() != nullptr ? bundle->getText() : "";
-        while (!t.empty() && (t.back() == '\n' || t.back() == '\r'))
-            t.pop_back();
-        texts.push_back(t);
-    }
-    using velmora::ErrorHandler::error;
-    std::string joined() const {
-        std::string all;
-        for (const std::string& t : texts)
-            all += (all.empty() ? "" : "; ") + t;
-        return all;
-    }
-    std::vector<std::string> texts;
-};
 
 struct NetworkOptions {
     bool apply = false;

@@ -14,6 +14,7 @@
 #include "Daemon.h"
 #include "Exchange.h"
 #include "NetworkRoutes.h"
+#include "Reports.h"
 #include "WriteFilterRoutes.h"
 
 namespace velmorad {
@@ -22,20 +23,6 @@ namespace {
 
 const char kVersion[] = "1.0";
 const char kXmlProlog[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
-
-// Keeps the last error an operation reported, so that an answer can carry it.
-class Recorder : public velmora::ErrorHandler {
-public:
-    void error(velmora::MessageBundle* bundle) override { saveError(bundle); }
-    using velmora::ErrorHandler::error;
-    std::string text() const {
-        const velmora::MessageBundle* e = getLastError();
-        std::string t = e != nullptr && e->getText() != nullptr ? e->getText() : "";
-        while (!t.empty() && (t.back() == '\n' || t.back() == '\r'))
-            t.pop_back();
-        return t;
-    }
-};
 
 // A response whose head was already sent: committing it only flushes the output.
 class BodyOnlyResponse : public velmora::HttpResponse {
@@ -80,10 +67,10 @@ void status(Exchange& x) {
 
 // Milliseconds of one echo, or -1 with the reason in `why`.
 int pingOnce(const std::string& host, int timeout, std::string* why) {
-    Recorder recorder;
+    Reports recorder;
     velmora::Icmp* icmp = velmora::Icmp::getInstance(&recorder);
     int ms = icmp != nullptr ? icmp->ping(&recorder, host.c_str(), timeout) : -1;
-    if (ms < 0) *why = recorder.text().empty() ? "no answer" : recorder.text();
+    if (ms < 0) *why = recorder.last().empty() ? "no answer" : recorder.last();
     return ms;
 }
 

@@ -8,6 +8,8 @@
 #include <mutex>
 #include <string>
 
+#include "Reports.h"
+
 namespace velmorad {
 
 namespace {
@@ -15,21 +17,6 @@ namespace {
 // The filter's instance is made without a lock and its calls are not meant to overlap, so
 // requests on different connections take turns.
 std::mutex filterLock;
-
-// Keeps the last report of an operation, so that an answer can carry it.
-class LastReport : public velmora::ErrorHandler {
-public:
-    using velmora::ErrorHandler::error;
-    void error(velmora::MessageBundle* bundle) override { saveError(bundle); }
-    bool any() const { return getLastError() != nullptr; }
-    std::string text() const {
-        const velmora::MessageBundle* e = getLastError();
-        std::string t = e != nullptr && e->getText() != nullptr ? e->getText() : "";
-        while (!t.empty() && (t.back() == '\n' || t.back() == '\r'))
-            t.pop_back();
-        return t;
-    }
-};
 
 // The drive letter of the query, or 0 when it is not one letter.
 wchar_t driveOf(Exchange& x) {
@@ -42,20 +29,20 @@ wchar_t driveOf(Exchange& x) {
 
 // The instance, or null after answering 503 with the library's report.
 velmora::EwfUtil* filterOrUnavailable(Exchange& x) {
-    LastReport report;
+    Reports report;
     velmora::EwfUtil* ewf = velmora::EwfUtil::getInstance(&report);
-    if (ewf == nullptr) x.replyError(503, report.text().c_str());
+    if (ewf == nullptr) x.replyError(503, report.last().c_str());
     return ewf;
 }
 
 // Answers the overlay of the drive as one element, or 500 with the first report.
 void answerOverlay(Exchange& x, velmora::EwfUtil* ewf, wchar_t drive) {
-    LastReport report;
+    Reports report;
     const int state = ewf->getOverlayState(drive, &report);
     const int command = ewf->getOverlayCommand(drive, &report);
     const int64_t ram = ewf->getOverlayRamUsage(drive, &report);
     if (report.any()) {
-        x.replyError(500, report.text().c_str());
+        x.replyError(500, report.last().c_str());
         return;
     }
     x.reply(200, "text/xml",
@@ -90,10 +77,10 @@ void postWriteFilter(Exchange& x) {
     std::lock_guard<std::mutex> hold(filterLock);
     velmora::EwfUtil* ewf = filterOrUnavailable(x);
     if (ewf == nullptr) return;
-    LastReport report;
+    Reports report;
     if (!ewf->setOverlayCommand(drive, command[0] - '0', &report)) {
         if (report.any()) {
-            x.replyError(500, report.text().c_str());
+            x.replyError(500, report.last().c_str());
         } else {
             x.replyError(404, "no protected volume on this drive");
         }
