@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "xml/NodePool.h"
 #include "xml/XmlOut.h"
 #include "xml/XmlTables.h"
 
@@ -135,6 +136,7 @@ XWriter* XWriter::safe(XWriter* out, char c, bool escapeWhitespace) {
 
 void XWriter::unload() {
     xml::releaseIndentSpaces();
+    xml::releaseNodePool();
 }
 
 }  // namespace velmora
