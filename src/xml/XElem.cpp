@@ -703,8 +703,19 @@ XElemList* XElem::elems(const XNs* ns, const char* name) const {
 
 void XElem::write(XWriter* out, int indent) const {
     if (out == nullptr) return;
-    xml::XmlOut run(out);
-    writeTo(run, indent);
+    // A tree goes out in blocks of 64 KB (the run's own 8 KB without the memory).
+    const int kBlock = 64 * 1024;
+    char* block = static_cast<char*>(std::malloc(kBlock));
+    if (block == nullptr) {
+        xml::XmlOut run(out);
+        writeTo(run, indent);
+        return;
+    }
+    {
+        xml::XmlOut run(out, block, kBlock);
+        writeTo(run, indent);
+    }
+    std::free(block);
 }
 
 void XElem::writeTo(xml::XmlOut& out, int indent) const {
