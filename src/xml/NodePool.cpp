@@ -21,6 +21,7 @@ struct FreeBlock {
 struct SizeClass {
     std::atomic_flag busy = ATOMIC_FLAG_INIT;
     FreeBlock* head = nullptr;
+    size_t kept = 0;  // bytes in the list
 
     void lock() {
         while (busy.test_and_set(std::memory_order_acquire))
@@ -30,7 +31,6 @@ struct SizeClass {
 };
 
 SizeClass classes[kClasses];
-std::atomic<size_t> keptBytes(0);
 
 size_t classOf(size_t size) {
     return size == 0 ? 0 : (size - 1) / kGrain;
@@ -44,13 +44,12 @@ void* nodeAlloc(size_t size) {
     SizeClass& sc = classes[c];
     sc.lock();
     FreeBlock* b = sc.head;
-    if (b != nullptr) sc.head = b->next;
-    sc.unlock();
     if (b != nullptr) {
-        keptBytes.fetch_sub((c + 1) * kGrain, std::memory_order_relaxed);
-        return b;
+        sc.head = b->next;
+        sc.kept -= (c + 1) * kGrain;
     }
-    return std::malloc((c + 1) * kGrain);
+    sc.unlock();
+    return b != nullptr ? b : std::malloc((c + 1) * kGrain);
 }
 
 void nodeFree(void* p, size_t size) {
@@ -61,17 +60,17 @@ void nodeFree(void* p, size_t size) {
         return;
     }
     size_t block = (c + 1) * kGrain;
-    if (keptBytes.fetch_add(block, std::memory_order_relaxed) + block > kPoolLimit) {
-        keptBytes.fetch_sub(block, std::memory_order_relaxed);
-        std::free(p);
-        return;
-    }
     SizeClass& sc = classes[c];
     auto* b = static_cast<FreeBlock*>(p);
     sc.lock();
-    b->next = sc.head;
-    sc.head = b;
+    bool keep = sc.kept + block <= kClassLimit;
+    if (keep) {
+        b->next = sc.head;
+        sc.head = b;
+        sc.kept += block;
+    }
     sc.unlock();
+    if (!keep) std::free(p);
 }
 
 void releaseNodePool() {
@@ -80,11 +79,11 @@ void releaseNodePool() {
         sc.lock();
         FreeBlock* b = sc.head;
         sc.head = nullptr;
+        sc.kept = 0;
         sc.unlock();
         while (b != nullptr) {
             FreeBlock* next = b->next;
             std::free(b);
-            keptBytes.fetch_sub((c + 1) * kGrain, std::memory_order_relaxed);
             b = next;
         }
     }

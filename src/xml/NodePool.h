@@ -5,8 +5,8 @@
 // merging of free blocks is skipped, and memory the allocator would give back to the
 // system (to be faulted in again by the next tree) stays with the process.
 //
-// The lists are shared by all threads, each behind a short spin lock. At most
-// kPoolLimit bytes are kept; beyond that freed nodes go back to the allocator.
+// The lists are shared by all threads, each behind a short spin lock. Each size class
+// keeps at most kClassLimit bytes; beyond that freed nodes go back to the allocator.
 // releaseNodePool() gives every kept block back (the XML unload functions call it);
 // later use fills the lists again.
 #pragma once
@@ -16,7 +16,7 @@
 namespace velmora {
 namespace xml {
 
-const size_t kPoolLimit = size_t(512) << 20;
+const size_t kClassLimit = size_t(128) << 20;
 
 // A block of at least `size` bytes, or null without memory. Blocks above the largest
 // size class come straight from the allocator.
