@@ -4,6 +4,25 @@
 #include <cstdlib>
 #include <thread>
 
+// Under AddressSanitizer a kept block is poisoned, so that a use of a node after its
+// deletion is still reported although its memory stays with the pool.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define VELMORA_POOL_ASAN 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) && !defined(VELMORA_POOL_ASAN)
+#define VELMORA_POOL_ASAN 1
+#endif
+#ifdef VELMORA_POOL_ASAN
+#include <sanitizer/asan_interface.h>
+#define POOL_POISON(p, n) ASAN_POISON_MEMORY_REGION(p, n)
+#define POOL_UNPOISON(p, n) ASAN_UNPOISON_MEMORY_REGION(p, n)
+#else
+#define POOL_POISON(p, n) ((void)(p), (void)(n))
+#define POOL_UNPOISON(p, n) ((void)(p), (void)(n))
+#endif
+
 namespace velmora {
 namespace xml {
 
@@ -45,6 +64,7 @@ void* nodeAlloc(size_t size) {
     sc.lock();
     FreeBlock* b = sc.head;
     if (b != nullptr) {
+        POOL_UNPOISON(b, (c + 1) * kGrain);
         sc.head = b->next;
         sc.kept -= (c + 1) * kGrain;
         // The next block is cold after a whole tree went into the list: start loading
@@ -71,6 +91,7 @@ void nodeFree(void* p, size_t size) {
         b->next = sc.head;
         sc.head = b;
         sc.kept += block;
+        POOL_POISON(b, block);
     }
     sc.unlock();
     if (!keep) std::free(p);
@@ -85,6 +106,7 @@ void releaseNodePool() {
         sc.kept = 0;
         sc.unlock();
         while (b != nullptr) {
+            POOL_UNPOISON(b, (c + 1) * kGrain);
             FreeBlock* next = b->next;
             std::free(b);
             b = next;
