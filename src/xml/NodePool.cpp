@@ -4,8 +4,9 @@
 #include <cstdlib>
 #include <thread>
 
-// Under AddressSanitizer a kept block is poisoned, so that a use of a node after its
-// deletion is still reported although its memory stays with the pool.
+// Under AddressSanitizer a kept block is poisoned after its link word, so that a use of
+// a node after its deletion is still reported although its memory stays with the pool
+// (the link stays readable: the leak check follows no pointers in poisoned memory).
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer)
 #define VELMORA_POOL_ASAN 1
@@ -16,8 +17,12 @@
 #endif
 #ifdef VELMORA_POOL_ASAN
 #include <sanitizer/asan_interface.h>
-#define POOL_POISON(p, n) ASAN_POISON_MEMORY_REGION(p, n)
-#define POOL_UNPOISON(p, n) ASAN_UNPOISON_MEMORY_REGION(p, n)
+#define POOL_POISON(p, n)                                                     \
+    ASAN_POISON_MEMORY_REGION(reinterpret_cast<char*>(p) + sizeof(FreeBlock), \
+                              (n) - sizeof(FreeBlock))
+#define POOL_UNPOISON(p, n)                                                     \
+    ASAN_UNPOISON_MEMORY_REGION(reinterpret_cast<char*>(p) + sizeof(FreeBlock), \
+                                (n) - sizeof(FreeBlock))
 #else
 #define POOL_POISON(p, n) ((void)(p), (void)(n))
 #define POOL_UNPOISON(p, n) ((void)(p), (void)(n))
