@@ -91,9 +91,32 @@ void XmlOut::escaped(const char* s, size_t n, bool escapeWhitespace) {
     }
 }
 
+// The same in one pass over a zero-terminated text: the zero is no plain byte, so a run
+// stops at it as at any byte that needs a reference.
 void XmlOut::escaped(const char* s) {
     if (s == nullptr) return;
-    escaped(s, std::strlen(s), true);
+    for (;;) {
+        const char* start = s;
+        while (kTable.plain[static_cast<unsigned char>(*s)])
+            ++s;
+        if (s > start) put(start, static_cast<size_t>(s - start));
+        char c = *s++;
+        switch (c) {
+            case '\0':
+                return;
+            case '<':
+                put("&lt;", 4);
+                break;
+            case '>':
+                put("&gt;", 4);
+                break;
+            case '&':
+                put("&amp;", 5);
+                break;
+            default:
+                reference(static_cast<unsigned char>(c));
+        }
+    }
 }
 
 }  // namespace xml
