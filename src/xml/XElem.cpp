@@ -6,9 +6,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include <velmora/xml/XWriter.h>
 
+#include "xml/NodePool.h"
 #include "xml/XmlOut.h"
 
 namespace velmora {
@@ -54,7 +56,7 @@ long readInt32(const char* s) {
 // An attribute node carries its short texts in the same block, right after the node:
 // a text whose size with the terminator is below kInline lives there, a longer one in a
 // heap block of its own. The block is sized for what it holds, so a typical attribute
-// costs one small allocation. Nodes are plain data, made and freed with malloc.
+// costs one small allocation. Nodes are plain data, kept in the node pool.
 struct XElem::Attr {
     char* name;
     char* value;
@@ -79,12 +81,16 @@ struct XElem::Attr {
     static Attr* reserve(Attr* a, size_t room) {
         if (a != nullptr && a->room >= room) return a;
         room = (room + 15) & ~static_cast<size_t>(15);
-        auto* b = static_cast<Attr*>(std::realloc(a, sizeof(Attr) + room));
+        auto* b = static_cast<Attr*>(xml::nodeAlloc(sizeof(Attr) + room));
         if (b == nullptr) return nullptr;
         if (a == nullptr) {
             b->name = b->value = nullptr;
             b->ns = nullptr;
             b->next = nullptr;
+        } else {
+            // `a` holds no texts here: only its namespace and link move over.
+            *b = *a;
+            xml::nodeFree(a, sizeof(Attr) + a->room);
         }
         b->room = room;
         return b;
@@ -156,7 +162,7 @@ struct XElem::Attr {
     static void destroy(Attr* a) {
         a->release();
         delete a->ns;
-        std::free(a);
+        xml::nodeFree(a, sizeof(Attr) + a->room);
     }
 };
 
@@ -164,6 +170,16 @@ struct XElem::Item {
     XContent* node;
     Item* next;
 };
+
+void* XElem::operator new(size_t size) {
+    void* p = xml::nodeAlloc(size);
+    if (p == nullptr) throw std::bad_alloc();
+    return p;
+}
+
+void XElem::operator delete(void* p, size_t size) {
+    xml::nodeFree(p, size);
+}
 
 XElem::XElem() : XElem("undefined") {}
 
@@ -537,7 +553,10 @@ void XElem::addContent(XContent* c) {
 
 void XElem::addContent(int i, XContent* c) {
     if (c == nullptr || c->getParent() != nullptr || i < 0 || i > contentCount_) return;
-    Item* item = new Item{c, nullptr};
+    auto* item = static_cast<Item*>(xml::nodeAlloc(sizeof(Item)));
+    if (item == nullptr) return;
+    item->node = c;
+    item->next = nullptr;
     if (i == 0) {
         item->next = content_;
         content_ = item;
@@ -578,7 +597,7 @@ XContent* XElem::removeContent(int i) {
     (prev != nullptr ? prev->next : content_) = item->next;
     if (contentTail_ == item) contentTail_ = prev;
     XContent* node = item->node;
-    delete item;
+    xml::nodeFree(item, sizeof(Item));
     --contentCount_;
     return node;
 }
@@ -596,7 +615,7 @@ void XElem::clearContent() {
     while (item != nullptr) {
         Item* next = item->next;
         delete item->node;
-        delete item;
+        xml::nodeFree(item, sizeof(Item));
         item = next;
     }
     content_ = contentTail_ = nullptr;
@@ -684,8 +703,19 @@ XElemList* XElem::elems(const XNs* ns, const char* name) const {
 
 void XElem::write(XWriter* out, int indent) const {
     if (out == nullptr) return;
-    xml::XmlOut run(out);
-    writeTo(run, indent);
+    // A tree goes out in blocks of 64 KB (the run's own 8 KB without the memory).
+    const int kBlock = 64 * 1024;
+    char* block = static_cast<char*>(std::malloc(kBlock));
+    if (block == nullptr) {
+        xml::XmlOut run(out);
+        writeTo(run, indent);
+        return;
+    }
+    {
+        xml::XmlOut run(out, block, kBlock);
+        writeTo(run, indent);
+    }
+    std::free(block);
 }
 
 void XElem::writeTo(xml::XmlOut& out, int indent) const {

@@ -2,6 +2,9 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
+
+#include "xml/NodePool.h"
 
 namespace velmora {
 
@@ -14,12 +17,12 @@ bool sameText(const char* a, const char* b) {
 
 }  // namespace
 
-// Both texts share one block: the prefix first, then the URI.
+// Both texts share one block from the node pool: the prefix first, then the URI.
 XNs::XNs(const char* prefix, const char* uri) : prefix_(nullptr), uri_(nullptr) {
     size_t prefixSize = prefix != nullptr ? std::strlen(prefix) + 1 : 0;
     size_t uriSize = uri != nullptr ? std::strlen(uri) + 1 : 0;
     if (prefixSize + uriSize == 0) return;
-    char* block = static_cast<char*>(std::malloc(prefixSize + uriSize));
+    char* block = static_cast<char*>(xml::nodeAlloc(prefixSize + uriSize));
     if (block == nullptr) return;
     if (prefix != nullptr) {
         std::memcpy(block, prefix, prefixSize);
@@ -32,7 +35,19 @@ XNs::XNs(const char* prefix, const char* uri) : prefix_(nullptr), uri_(nullptr) 
 }
 
 XNs::~XNs() {
-    std::free(prefix_ != nullptr ? prefix_ : uri_);
+    size_t size = (prefix_ != nullptr ? std::strlen(prefix_) + 1 : 0) +
+                  (uri_ != nullptr ? std::strlen(uri_) + 1 : 0);
+    xml::nodeFree(prefix_ != nullptr ? prefix_ : uri_, size);
+}
+
+void* XNs::operator new(size_t size) {
+    void* p = xml::nodeAlloc(size);
+    if (p == nullptr) throw std::bad_alloc();
+    return p;
+}
+
+void XNs::operator delete(void* p, size_t size) {
+    xml::nodeFree(p, size);
 }
 
 XNs* XNs::newCopy() const {

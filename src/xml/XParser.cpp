@@ -6,6 +6,7 @@
 #include <velmora/text/FileReader.h>
 #include <velmora/text/StringReader.h>
 
+#include "xml/NodePool.h"
 #include "xml/XmlTables.h"
 
 namespace velmora {
@@ -782,6 +783,7 @@ void XParser::close() {
 
 void XParser::unload() {
     xml::releaseCharClasses();
+    xml::releaseNodePool();
 }
 
 }  // namespace velmora

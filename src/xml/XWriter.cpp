@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "xml/NodePool.h"
 #include "xml/XmlOut.h"
 #include "xml/XmlTables.h"
 
@@ -35,9 +36,17 @@ void XWriter::close() {
 }
 
 XWriter* XWriter::w(int n) {
+    // "%d" by hand: digits from the end of a small buffer.
     char buf[16];
-    int len = std::snprintf(buf, sizeof buf, "%d", n);
-    if (len > 0) write(buf, len);
+    char* end = buf + sizeof buf;
+    char* p = end;
+    unsigned int v = n < 0 ? 0u - static_cast<unsigned int>(n) : static_cast<unsigned int>(n);
+    do {
+        *--p = static_cast<char>('0' + v % 10);
+        v /= 10;
+    } while (v != 0);
+    if (n < 0) *--p = '-';
+    write(p, static_cast<int>(end - p));
     return this;
 }
 
@@ -90,14 +99,18 @@ XWriter* XWriter::attr(const char* name, const char* value) {
 
 XWriter* XWriter::attrf(const char* name, const char* format, int size, ...) {
     if (size <= 0 || format == nullptr) return attr(name, "");
-    char* buf = static_cast<char*>(std::malloc(static_cast<size_t>(size)));
+    // Small sizes (the usual numbers and short labels) are formatted on the stack.
+    char local[256];
+    char* buf = size <= static_cast<int>(sizeof local)
+                    ? local
+                    : static_cast<char*>(std::malloc(static_cast<size_t>(size)));
     if (buf == nullptr) return attr(name, "");
     va_list args;
     va_start(args, size);
     if (std::vsnprintf(buf, static_cast<size_t>(size), format, args) < 0) buf[0] = '\0';
     va_end(args);
     attr(name, buf);
-    std::free(buf);
+    if (buf != local) std::free(buf);
     return this;
 }
 
@@ -135,6 +148,7 @@ XWriter* XWriter::safe(XWriter* out, char c, bool escapeWhitespace) {
 
 void XWriter::unload() {
     xml::releaseIndentSpaces();
+    xml::releaseNodePool();
 }
 
 }  // namespace velmora

@@ -22,7 +22,7 @@ const char kHex[] = "0123456789abcdef";
 
 void XmlOut::putLong(const char* s, size_t n) {
     flush();
-    if (n >= kSize) {
+    if (n >= static_cast<size_t>(cap_)) {
         // Too long for the block: straight through, in pieces an int can count.
         while (n > 0) {
             int piece = n > 0x40000000 ? 0x40000000 : static_cast<int>(n);
@@ -38,8 +38,8 @@ void XmlOut::putLong(const char* s, size_t n) {
 
 void XmlOut::spaces(int n) {
     while (n > 0) {
-        if (n_ == kSize) flush();
-        int room = kSize - n_;
+        if (n_ == cap_) flush();
+        int room = cap_ - n_;
         int k = n < room ? n : room;
         std::memset(buf_ + n_, ' ', static_cast<size_t>(k));
         n_ += k;
@@ -91,9 +91,32 @@ void XmlOut::escaped(const char* s, size_t n, bool escapeWhitespace) {
     }
 }
 
+// The same in one pass over a zero-terminated text: the zero is no plain byte, so a run
+// stops at it as at any byte that needs a reference.
 void XmlOut::escaped(const char* s) {
     if (s == nullptr) return;
-    escaped(s, std::strlen(s), true);
+    for (;;) {
+        const char* start = s;
+        while (kTable.plain[static_cast<unsigned char>(*s)])
+            ++s;
+        if (s > start) put(start, static_cast<size_t>(s - start));
+        char c = *s++;
+        switch (c) {
+            case '\0':
+                return;
+            case '<':
+                put("&lt;", 4);
+                break;
+            case '>':
+                put("&gt;", 4);
+                break;
+            case '&':
+                put("&amp;", 5);
+                break;
+            default:
+                reference(static_cast<unsigned char>(c));
+        }
+    }
 }
 
 }  // namespace xml

@@ -15,15 +15,18 @@ namespace xml {
 
 class XmlOut {
 public:
-    explicit XmlOut(XWriter* out) : out_(out) {}
+    explicit XmlOut(XWriter* out) : out_(out), buf_(local_), cap_(kSize) {}
+    // Gathers into the caller's `buf` of `cap` bytes (at least 64): a whole tree goes out
+    // in larger blocks, so that a file target gets fewer, larger writes.
+    XmlOut(XWriter* out, char* buf, int cap) : out_(out), buf_(buf), cap_(cap) {}
     ~XmlOut() { flush(); }
 
     void put(char c) {
-        if (n_ == kSize) flush();
+        if (n_ == cap_) flush();
         buf_[n_++] = c;
     }
     void put(const char* s, size_t n) {
-        if (n <= static_cast<size_t>(kSize - n_)) {
+        if (n <= static_cast<size_t>(cap_ - n_)) {
             std::memcpy(buf_ + n_, s, n);
             n_ += static_cast<int>(n);
             return;
@@ -59,8 +62,10 @@ private:
     void reference(unsigned char c);
 
     XWriter* out_;
+    char* buf_;
+    int cap_;
     int n_ = 0;
-    char buf_[kSize];
+    char local_[kSize];
 };
 
 }  // namespace xml

@@ -5,6 +5,8 @@
 //   velmora::XNs::equals(&ns, elem->getNs());  // compares URIs only
 #pragma once
 
+#include <cstddef>
+
 #include <velmora/Export.h>
 
 namespace velmora {
@@ -13,6 +15,10 @@ class XElem;
 
 class VELMORA_API XNs {
 public:
+    // Namespaces come from the library's pool of node memory, as tree nodes do.
+    static void* operator new(size_t size);
+    static void operator delete(void* p, size_t size);
+
     XNs(const char* prefix, const char* uri);  // copies both; either may be null
     ~XNs();
 

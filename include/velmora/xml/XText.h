@@ -5,6 +5,8 @@
 //   elem->addContent(t);  // written as "a &lt; b"
 #pragma once
 
+#include <cstddef>
+
 #include <velmora/text/StringWriter.h>
 #include <velmora/xml/XContent.h>
 
@@ -14,6 +16,10 @@ class XWriter;
 
 class VELMORA_API XText : public XContent {
 public:
+    // Text nodes come from the library's pool of node memory, as elements do.
+    static void* operator new(size_t size);
+    static void operator delete(void* p, size_t size);
+
     XText();                              // empty, capacity 32
     explicit XText(const char* text);     // null is taken as empty
     XText(const char* text, int length);  // exactly `length` bytes, zeros included
