@@ -70,6 +70,9 @@ int StringWriter::write(const char* buf, int len) {
             PlatformUtil::unlockMutex(&mutex_);
             return 0;
         }
+        // Only the bytes the capacity now covers beyond this write are zeroed, here while
+        // they are about to be written anyway; those the copy below fills need no zero.
+        std::memset(buffer_ + needed, 0, static_cast<size_t>(grown - needed));
         capacity_ = static_cast<uint32_t>(grown);
     }
     if (len == 1) {
@@ -84,7 +87,9 @@ int StringWriter::write(const char* buf, int len) {
 
 // Makes at least `size` bytes available. The memory grows by doubling (the capacity
 // still follows the increments), so that a text written in many small pieces is not
-// copied again for every increment; the new bytes are zeroed once here.
+// copied again for every increment. The new memory is left as it comes: write zeroes each
+// increment when the capacity takes it in, so the zeroing touches a few cached bytes
+// instead of sweeping megabytes that the text then writes over again.
 bool StringWriter::reserve(size_t size) {
     if (size <= allocated_) return true;
     size_t bigger = allocated_ * 2 > size ? allocated_ * 2 : size;
@@ -94,7 +99,6 @@ bool StringWriter::reserve(size_t size) {
         grown = static_cast<char*>(std::realloc(buffer_, bigger));
     }
     if (grown == nullptr) return false;
-    std::memset(grown + allocated_, 0, bigger - allocated_);
     buffer_ = grown;
     allocated_ = bigger;
     return true;

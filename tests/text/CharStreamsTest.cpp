@@ -50,6 +50,21 @@ TEST(StringWriter, GrowsOneIncrementPerCallAndStaysTerminated) {
     EXPECT_EQ(w.getCapacity() % 16, 0u);
     EXPECT_EQ(std::string(w.getString()), "abcdefghijklmnop" + big);
 
+    // Every byte the capacity covers after the text reads as zero, also after clear(), and
+    // whatever the new memory held (under AddressSanitizer it comes filled, so a missed
+    // zero shows there).
+    StringWriter grown(64);
+    for (int i = 0; i < 3000; ++i)
+        grown.write(big.data(), 1 + i % 37);
+    auto zeroAfter = [&grown](uint32_t from) {
+        for (uint32_t i = from; i < grown.getCapacity(); ++i)
+            if (grown.getString()[i] != '\0') return false;
+        return true;
+    };
+    EXPECT_TRUE(zeroAfter(static_cast<uint32_t>(grown.getLength())));
+    grown.clear();
+    EXPECT_TRUE(zeroAfter(0));
+
     StringWriter fromText("seed");
     EXPECT_STREQ(fromText.getString(), "seed");
     EXPECT_EQ(fromText.getCapacity(), 1024u);

@@ -53,7 +53,8 @@ private:
     uint32_t increment_ = 0;
     uint32_t capacity_ = 0;
     uint32_t length_ = 0;
-    // Bytes allocated, at least capacity_; everything after the text is zero.
+    // Bytes allocated, at least capacity_. Within the capacity everything after the text is
+    // zero; the bytes beyond it are unset until the capacity grows over them.
     size_t allocated_ = 0;
     PlatformMutex mutex_ = nullptr;
     bool closed_ = false;

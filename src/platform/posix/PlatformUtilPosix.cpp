@@ -29,8 +29,14 @@ RecursiveMutex* get(PlatformMutex* handle) {
     return handle != nullptr ? static_cast<RecursiveMutex*>(*handle) : nullptr;
 }
 
+// Only the holder writes `owner` and `owned`, and `owned` is published after `owner` with
+// release order. A thread that sees `owned` set therefore also sees the owner that set it,
+// and a thread that held the mutex before sees its own clearing of `owned` or a later
+// holder's claim, never its own stale name; so no stronger (and on x86 far dearer,
+// locked) ordering is needed on the path every write of a string writer takes.
 bool heldByCaller(RecursiveMutex* m) {
-    return m->owned.load() && pthread_equal(m->owner.load(), pthread_self());
+    return m->owned.load(std::memory_order_acquire) &&
+           pthread_equal(m->owner.load(std::memory_order_relaxed), pthread_self());
 }
 
 void acquired(RecursiveMutex* m, int result) {
@@ -40,8 +46,8 @@ void acquired(RecursiveMutex* m, int result) {
         m->depth = 0;
     }
     if (m->depth++ == 0) {
-        m->owner.store(pthread_self());
-        m->owned.store(true);
+        m->owner.store(pthread_self(), std::memory_order_relaxed);
+        m->owned.store(true, std::memory_order_release);
     }
 }
 
@@ -111,7 +117,7 @@ int PlatformUtil::trylockMutex(PlatformMutex* mutex) {
 void PlatformUtil::unlockMutex(PlatformMutex* mutex) {
     RecursiveMutex* m = get(mutex);
     if (m == nullptr || !heldByCaller(m)) return;
-    if (--m->depth == 0) m->owned.store(false);
+    if (--m->depth == 0) m->owned.store(false, std::memory_order_release);
     pthread_mutex_unlock(&m->mutex);
 }
 
