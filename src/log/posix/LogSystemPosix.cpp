@@ -1,6 +1,7 @@
 #include "log/LogSystem.h"
 
 #include <dlfcn.h>
+#include <pthread.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -57,8 +58,26 @@ void freeErrorText(char* text) {
     std::free(text);
 }
 
+namespace {
+
+// Every log line carries the thread number, and asking the kernel for it each time costs a
+// system call per line; so each thread asks once. A forked child starts from the one thread
+// that forked, whose number there is new, so the child forgets the number it inherited.
+thread_local uint64_t cachedThreadId = 0;
+
+void forgetThreadIdInChild() {
+    cachedThreadId = 0;
+}
+
+}  // namespace
+
 uint64_t currentThreadId() {
-    return static_cast<uint64_t>(syscall(SYS_gettid));
+    if (cachedThreadId == 0) {
+        static const int registered = pthread_atfork(nullptr, nullptr, forgetThreadIdInChild);
+        (void)registered;
+        cachedThreadId = static_cast<uint64_t>(syscall(SYS_gettid));
+    }
+    return cachedThreadId;
 }
 
 void* openEventLog(const char* destination, const char* source) {
