@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <regex>
+#include <set>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -19,6 +20,7 @@
 #ifndef _WIN32
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #endif
 
@@ -144,7 +146,35 @@ TEST(LogBuffer, ConcurrentWritersNeverMixLines) {
     EXPECT_EQ(nextLine.size(), static_cast<size_t>(threads));
     for (auto& n : nextLine)
         EXPECT_EQ(n.second, perThread);
+    std::set<std::string> distinct;
+    for (auto& t : tidOf)
+        distinct.insert(t.second);
+    EXPECT_EQ(distinct.size(), static_cast<size_t>(threads)) << "each thread its own number";
 }
+
+#ifndef _WIN32
+// A child forked after its parent logged carries its own thread number (its process id),
+// not the one it inherited.
+TEST(LogBuffer, ForkedChildLogsItsOwnThreadNumber) {
+    TempDir dir;
+    StringWriter parentOut;
+    LogBuffer(&parentOut).message("parent");
+    pid_t child = fork();
+    ASSERT_NE(child, -1);
+    if (child == 0) {
+        StringWriter out;
+        LogBuffer(&out).message("child");
+        writeFile(dir.file("child.log"), out.getString());
+        _exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    std::smatch m;
+    std::string line = lines(readFile(dir.file("child.log"))).at(0);
+    ASSERT_TRUE(std::regex_match(line, m, kLine)) << line;
+    EXPECT_EQ(m[2], std::to_string(child));
+}
+#endif
 
 // Levels 1-3 reach the system log under "Velmora" unless below the process-wide filter;
 // a log that cannot be reached is reported under its key.
