@@ -96,6 +96,36 @@ class Daemon:
         return code
 
 
+def run_clients(d, clients, paths):
+    """Runs `clients` threads; thread n sends a GET for each path of paths(n) on one
+    keep-alive connection (None: a fresh connection from there on). Returns the failures."""
+    failures = []
+
+    def client(n):
+        try:
+            c = d.conn()
+            for path in paths(n):
+                if path is None:
+                    c.close()
+                    c = d.conn()
+                    continue
+                c.request("GET", path)
+                r = c.getresponse()
+                r.read()
+                if r.status != 200:
+                    failures.append(r.status)
+            c.close()
+        except Exception as e:  # noqa: BLE001 - any failure counts
+            failures.append(repr(e))
+
+    threads = [threading.Thread(target=client, args=(n,)) for n in range(clients)]
+    for t in threads:
+        t.start()
+    for t in threads:
+        t.join(120)
+    return failures
+
+
 class VelmoradTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -272,29 +302,13 @@ class VelmoradTest(unittest.TestCase):
         d = self.d
         d.get("/status")
         fds_before, rss_before = d.fds(), d.rss_kb()
-        failures = []
+        def paths(n):
+            for i in range(125):
+                if i % 25 == 24:  # some fresh connections too
+                    yield None
+                yield "/status"
 
-        def client(n):
-            try:
-                c = d.conn()
-                for i in range(125):
-                    if i % 25 == 24:  # some fresh connections too
-                        c.close()
-                        c = d.conn()
-                    c.request("GET", "/status")
-                    r = c.getresponse()
-                    r.read()
-                    if r.status != 200:
-                        failures.append(r.status)
-                c.close()
-            except Exception as e:  # noqa: BLE001 - any failure counts
-                failures.append(repr(e))
-
-        threads = [threading.Thread(target=client, args=(n,)) for n in range(16)]
-        for t in threads:
-            t.start()
-        for t in threads:
-            t.join(120)
+        failures = run_clients(d, 16, paths)
         self.assertEqual(failures, [])
         time.sleep(0.5)
         self.assertLessEqual(d.fds(), fds_before + 4)
@@ -356,26 +370,8 @@ class LogRotationTest(unittest.TestCase):
     def test_the_log_is_rotated_by_size_with_every_line_whole(self):
         d = Daemon("logMaxBytes=20000\nlogBackups=5\n")
         sent = 800
-        failures = []
-
-        def client(first):
-            try:
-                c = d.conn()
-                for n in range(first, sent, 4):
-                    c.request("GET", "/status?n=%d" % n)
-                    r = c.getresponse()
-                    r.read()
-                    if r.status != 200:
-                        failures.append(r.status)
-                c.close()
-            except Exception as e:  # noqa: BLE001 - any failure counts
-                failures.append(repr(e))
-
-        threads = [threading.Thread(target=client, args=(i,)) for i in range(4)]
-        for t in threads:
-            t.start()
-        for t in threads:
-            t.join(120)
+        failures = run_clients(d, 4,
+                               lambda first: ("/status?n=%d" % n for n in range(first, sent, 4)))
         logs = os.path.join(d.home, "logs")
 
         def read_logs():
