@@ -14,6 +14,7 @@ const Handle kInvalidHandle = ~static_cast<Handle>(0);
 int familyIpv4();        // the system's IPv4 address family (2)
 int familyIpv6();        // the system's IPv6 address family (23 on Windows)
 int addressInUseCode();  // the error number of an address already in use
+int timedOutCode();      // the error number of a receive whose socket time-out expired
 int lastSocketError();   // the socket library's last error of this thread
 void setLastSocketError(int code);
 bool startSocketLibrary();  // Windows Sockets 2.0; nothing to do elsewhere

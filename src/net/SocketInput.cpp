@@ -73,6 +73,17 @@ bool SocketInput::fillBuffer() {
     return false;
 }
 
+int SocketInput::receiveNow() {
+    readPosition_ = 0;
+    fillCount_ = netsys::receive(socket_->getSocketHandle(), buffer_, kBufferSize);
+    if (fillCount_ > 0) return fillCount_;
+    bool timedOut = fillCount_ < 0 && netsys::lastSocketError() == netsys::timedOutCode();
+    fillCount_ = 0;
+    if (timedOut) return 0;
+    socketError_ = true;
+    return -1;
+}
+
 bool SocketInput::readByte(char* out) {
     if (readPosition_ >= fillCount_ && !fillBuffer()) return false;
     *out = buffer_[readPosition_++];

@@ -16,6 +16,11 @@
 
 #include "NetTestSupport.h"
 
+#ifndef _WIN32
+#include <sys/socket.h>
+#include <sys/time.h>
+#endif
+
 using namespace velmora;
 
 namespace {
@@ -146,6 +151,40 @@ TEST(SocketStreams, CharacterAdaptersAndClosedPeers) {
 }
 
 // Writers sharing one output: each line reaches the peer whole, never mixed with another.
+#ifndef _WIN32
+namespace {
+
+// An input that waits by the socket's receive time-out, as the daemon's does.
+class TimedInput : public SocketInput {
+public:
+    explicit TimedInput(Socket* socket) : SocketInput(socket, -1) {}
+    using SocketInput::receiveNow;
+};
+
+}  // namespace
+
+// A receive whose socket time-out expires is no error; input and the peer's close are seen.
+TEST(SocketStreams, ReceiveNowTellsTimeOutFromClose) {
+    test::Pair pair = test::connectPair();
+    ASSERT_TRUE(pair.accepted);
+    timeval limit = {0, 50 * 1000};
+    ASSERT_EQ(setsockopt(static_cast<int>(pair.accepted->getSocketHandle()), SOL_SOCKET,
+                         SO_RCVTIMEO, &limit, sizeof limit),
+              0);
+    TimedInput in(pair.accepted.get());
+    EXPECT_EQ(in.receiveNow(), 0);
+    EXPECT_FALSE(in.getSocketError());
+    send(pair.client.get(), "GET", 3);
+    EXPECT_EQ(in.receiveNow(), 3);
+    char got[4] = {};
+    EXPECT_EQ(in.read(got, 3), 3);
+    EXPECT_STREQ(got, "GET");
+    pair.client->close();
+    EXPECT_LT(in.receiveNow(), 0);
+    EXPECT_TRUE(in.getSocketError());
+}
+#endif
+
 TEST(SocketStreams, ConcurrentWritersKeepEveryLineWhole) {
     test::Pair pair = test::connectPair();
     ASSERT_TRUE(pair.accepted);

@@ -19,6 +19,9 @@ namespace velmorad {
 
 using Clock = std::chrono::steady_clock;
 
+// Waits for input are cut into slices this long, so that a stop ends an idle wait at once.
+const int kSliceMs = 250;
+
 // The socket input of one connection with two limits: the read time-out for silence, and a
 // deadline for the whole head of a request, so that a client sending a byte now and then
 // cannot hold its thread. Waits are cut into short slices so that a stop request ends an
@@ -34,6 +37,9 @@ public:
         starved_ = false;
     }
     void endHead() { deadline_ = Clock::now() + std::chrono::milliseconds(timeoutMs_); }
+    // The socket's receive time-out is `ms`: a wait of at least that long receives at
+    // once, blocking, instead of waiting for input first and then receiving.
+    void receiveSlicesOf(int ms) { receiveSliceMs_ = ms; }
     // From now on reads end after `ms` milliseconds in all, whatever the stop flag says.
     void drainFor(int ms) {
         deadline_ = Clock::now() + std::chrono::milliseconds(ms);
@@ -47,7 +53,6 @@ public:
 
 protected:
     bool fillBuffer() override {
-        const int kSliceMs = 250;
         int silent = 0;
         for (;;) {
             auto left =
@@ -56,6 +61,16 @@ protected:
             if (wait > timeoutMs_ - silent) wait = timeoutMs_ - silent;
             if (wait <= 0 || (stopping_ != nullptr && stopping_->load())) break;
             if (stopping_ != nullptr && wait > kSliceMs) wait = kSliceMs;
+            if (receiveSliceMs_ > 0 && wait >= receiveSliceMs_) {
+                int n = receiveNow();
+                if (n > 0) {
+                    received_ = true;
+                    return true;
+                }
+                if (n < 0) break;
+                silent += receiveSliceMs_;
+                continue;
+            }
             setTimeout(wait);
             if (velmora::SocketInput::fillBuffer()) {
                 received_ = true;
@@ -74,6 +89,7 @@ private:
     Clock::time_point deadline_ = Clock::now();
     bool received_ = false;
     bool starved_ = false;
+    int receiveSliceMs_ = 0;
 };
 
 namespace {
@@ -261,6 +277,7 @@ void Daemon::lingeringClose(velmora::Socket* socket, DeadlineInput& in) {
 
 void Daemon::serve(velmora::Socket* socket) {
     DeadlineInput in(socket, settings_.readTimeoutMs, &stopping_);
+    if (setReceiveTimeout(socket->getSocketHandle(), kSliceMs)) in.receiveSlicesOf(kSliceMs);
     for (int n = 0; n < settings_.keepAliveRequests && !stopping_.load(); ++n) {
         in.startRequest(settings_.requestDeadlineMs);
         velmora::HttpRequest request(&in);

@@ -23,6 +23,11 @@ void setNoDelay(uint64_t handle);
 // Shuts the sending side of a connection: the peer reads the end of the data while this
 // side may still read what the peer sends.
 void shutdownSend(uint64_t handle);
+// Lets a blocking receive on the connection end after `ms` milliseconds without input, so
+// that waiting for a request costs one system call instead of a wait and a receive. False
+// where a receive that timed out leaves the connection unusable (Windows): then the daemon
+// waits before it receives.
+bool setReceiveTimeout(uint64_t handle, int ms);
 // Universal time, thread-safe.
 bool utcTime(std::time_t t, struct tm* out);
 

@@ -45,6 +45,11 @@ protected:
     SocketInput(Socket* socket, int timeout);
     // Receives the next block into the buffer; false on time-out, failure or end.
     virtual bool fillBuffer();
+    // For subclasses that wait by other means (a receive time-out set on the socket): the
+    // receive of fillBuffer without the wait before it. > 0: bytes received into the
+    // buffer; 0: the socket's receive time-out expired, which leaves no error; < 0: the
+    // peer closed or the receive failed, and the error is set.
+    int receiveNow();
     friend class Socket;
 
 private:

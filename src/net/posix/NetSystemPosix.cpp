@@ -55,6 +55,9 @@ int familyIpv6() {
 int addressInUseCode() {
     return EADDRINUSE;
 }
+int timedOutCode() {
+    return EAGAIN;  // also EWOULDBLOCK on Linux
+}
 int lastSocketError() {
     return errno;
 }

@@ -39,6 +39,9 @@ int familyIpv6() {
 int addressInUseCode() {
     return WSAEADDRINUSE;
 }
+int timedOutCode() {
+    return WSAETIMEDOUT;
+}
 int lastSocketError() {
     return WSAGetLastError();
 }

@@ -4,6 +4,7 @@
 #include <netinet/tcp.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 
 namespace velmorad {
 
@@ -53,6 +54,11 @@ int localPort(uint64_t handle) {
 
 void shutdownSend(uint64_t handle) {
     shutdown(static_cast<int>(handle), SHUT_WR);
+}
+
+bool setReceiveTimeout(uint64_t handle, int ms) {
+    timeval limit = {ms / 1000, (ms % 1000) * 1000};
+    return setsockopt(static_cast<int>(handle), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) == 0;
 }
 
 bool utcTime(std::time_t t, struct tm* out) {
