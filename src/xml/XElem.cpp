@@ -171,16 +171,6 @@ struct XElem::Item {
     Item* next;
 };
 
-void* XElem::operator new(size_t size) {
-    void* p = xml::nodeAlloc(size);
-    if (p == nullptr) throw std::bad_alloc();
-    return p;
-}
-
-void XElem::operator delete(void* p, size_t size) {
-    xml::nodeFree(p, size);
-}
-
 XElem::XElem() : XElem("undefined") {}
 
 XElem::XElem(const char* name) {

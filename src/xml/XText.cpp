@@ -1,24 +1,12 @@
 #include <velmora/xml/XText.h>
 
 #include <cstring>
-#include <new>
 
 #include <velmora/xml/XWriter.h>
 
-#include "xml/NodePool.h"
 #include "xml/XmlOut.h"
 
 namespace velmora {
-
-void* XText::operator new(size_t size) {
-    void* p = xml::nodeAlloc(size);
-    if (p == nullptr) throw std::bad_alloc();
-    return p;
-}
-
-void XText::operator delete(void* p, size_t size) {
-    xml::nodeFree(p, size);
-}
 
 XText::XText() : buffer_(32) {}
 

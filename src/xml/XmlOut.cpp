@@ -47,8 +47,22 @@ void XmlOut::spaces(int n) {
     }
 }
 
-// "&#x%x;": the byte in lower-case hexadecimal without leading zeros.
-void XmlOut::reference(unsigned char c) {
+// A byte that does not stand for itself: its named entity, or "&#x%x;" (lower-case
+// hexadecimal without leading zeros).
+void XmlOut::escape(unsigned char c) {
+    switch (c) {
+        case '<':
+            put("&lt;", 4);
+            return;
+        case '>':
+            put("&gt;", 4);
+            return;
+        case '&':
+            put("&amp;", 5);
+            return;
+        default:
+            break;
+    }
     char ref[6] = {'&', '#', 'x'};
     int len = 3;
     if (c >= 16) ref[len++] = kHex[c >> 4];
@@ -66,27 +80,10 @@ void XmlOut::escaped(const char* s, size_t n, bool escapeWhitespace) {
         if (s > start) put(start, static_cast<size_t>(s - start));
         if (s == end) return;
         char c = *s++;
-        switch (c) {
-            case '<':
-                put("&lt;", 4);
-                break;
-            case '>':
-                put("&gt;", 4);
-                break;
-            case '&':
-                put("&amp;", 5);
-                break;
-            case '\n':
-            case '\r':
-            case '\t':
-                if (!escapeWhitespace) {
-                    put(c);
-                    break;
-                }
-                reference(static_cast<unsigned char>(c));
-                break;
-            default:
-                reference(static_cast<unsigned char>(c));
+        if (!escapeWhitespace && (c == '\n' || c == '\r' || c == '\t')) {
+            put(c);
+        } else {
+            escape(static_cast<unsigned char>(c));
         }
     }
 }
@@ -101,21 +98,8 @@ void XmlOut::escaped(const char* s) {
             ++s;
         if (s > start) put(start, static_cast<size_t>(s - start));
         char c = *s++;
-        switch (c) {
-            case '\0':
-                return;
-            case '<':
-                put("&lt;", 4);
-                break;
-            case '>':
-                put("&gt;", 4);
-                break;
-            case '&':
-                put("&amp;", 5);
-                break;
-            default:
-                reference(static_cast<unsigned char>(c));
-        }
+        if (c == '\0') return;
+        escape(static_cast<unsigned char>(c));
     }
 }
 

@@ -59,7 +59,7 @@ private:
     XmlOut(const XmlOut&) = delete;
     XmlOut& operator=(const XmlOut&) = delete;
     void putLong(const char* s, size_t n);
-    void reference(unsigned char c);
+    void escape(unsigned char c);
 
     XWriter* out_;
     char* buf_;

@@ -4,6 +4,8 @@
 //   if (node->getType() == velmora::XContent::ELEMENT) use(static_cast<velmora::XElem*>(node));
 #pragma once
 
+#include <cstddef>
+
 #include <velmora/Export.h>
 
 namespace velmora {
@@ -13,6 +15,12 @@ class XElem;
 class VELMORA_API XContent {
 public:
     enum { ELEMENT = 1, TEXT = 2 };
+
+    // Elements and texts come from the library's pool of node memory: a dropped tree's
+    // memory is reused by the next instead of going back to the system. The destructor is
+    // virtual, so a node goes back to the size class of its own type.
+    static void* operator new(size_t size);
+    static void operator delete(void* p, size_t size);
 
     XContent() = default;
     virtual ~XContent();

@@ -27,11 +27,6 @@ class XmlOut;
 
 class VELMORA_API XElem : public XContent {
 public:
-    // Elements come from the library's pool of node memory: a dropped tree's memory is
-    // reused by the next instead of going back to the system.
-    static void* operator new(size_t size);
-    static void operator delete(void* p, size_t size);
-
     XElem();  // named "undefined"
     explicit XElem(const char* name);
     XElem(const XNs* ns, const char* name);  // copies `ns` when not null

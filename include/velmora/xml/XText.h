@@ -16,10 +16,6 @@ class XWriter;
 
 class VELMORA_API XText : public XContent {
 public:
-    // Text nodes come from the library's pool of node memory, as elements do.
-    static void* operator new(size_t size);
-    static void operator delete(void* p, size_t size);
-
     XText();                              // empty, capacity 32
     explicit XText(const char* text);     // null is taken as empty
     XText(const char* text, int length);  // exactly `length` bytes, zeros included
