@@ -33,6 +33,31 @@ HeaderField* timeField(const char* name, const struct tm* time) {
     return new HeaderField(name, text);
 }
 
+// Serves a block of memory as the input of a socket; notes when a read went past its end.
+class MemoryInput : public SocketInput {
+public:
+    MemoryInput(const char* data, int length)
+        : SocketInput(nullptr, -1), data_(data), length_(length) {}
+    bool ranOut() const { return ranOut_; }
+    int consumed() const { return position_ - buffered(); }
+
+protected:
+    bool fillBuffer() override {
+        if (position_ >= length_) {
+            ranOut_ = true;
+            return false;
+        }
+        position_ += fillFrom(data_ + position_, length_ - position_);
+        return true;
+    }
+
+private:
+    const char* data_;
+    int length_;
+    int position_ = 0;
+    bool ranOut_ = false;
+};
+
 }  // namespace
 
 HttpMessage::HttpMessage(SocketInput* input, SocketOutput* output)
@@ -50,6 +75,15 @@ void HttpMessage::deleteFields() {
         first_ = next;
     }
     last_ = nullptr;
+}
+
+int HttpMessage::parse(const char* data, int length) {
+    deleteFields();
+    knownLength_ = false;
+    if (data == nullptr || length < 0) return -1;
+    MemoryInput in(data, length);
+    if (read(&in)) return in.consumed();
+    return in.ranOut() ? 0 : -1;
 }
 
 bool HttpMessage::read(SocketInput* in) {

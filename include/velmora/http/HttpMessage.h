@@ -31,6 +31,12 @@ public:
     // line of 2080 characters or more, or a CR not followed by LF; the fields read so far
     // stay. Lines without a name are dropped; continuation lines are not joined.
     bool read(SocketInput* in);
+    // The same reading from bytes in memory, for a server that gathers a head without
+    // blocking: the number of bytes the head took (its empty line included) once it is
+    // complete; 0 when the bytes end before the head does (parse again with more); -1 when
+    // the head is malformed or over-long (what read would refuse). The header list is
+    // emptied first, so that a head can be parsed again as more of it arrives.
+    int parse(const char* data, int length);
     // The intro line, every field, the extra fields, an empty line; then a flush.
     bool write(SocketOutput* out);
     // Marks the message committed (once) and writes it as the kind of message decides;
