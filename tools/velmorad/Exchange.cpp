@@ -67,7 +67,6 @@ std::string Exchange::query(const char* name, const char* def) const {
 }
 
 void Exchange::reply(int code, const char* type, const std::string& body, bool close) {
-    velmora::SocketOutput* out = socket->getOutput();
     if (out == nullptr) return;
     status = code;
     if (close) keepAlive = false;
@@ -96,7 +95,6 @@ void Exchange::replyError(int code, const char* message) {
 }
 
 void Exchange::beginStream(int code, const char* type) {
-    velmora::SocketOutput* out = socket->getOutput();
     if (out == nullptr) return;
     status = code;
     keepAlive = false;
@@ -106,6 +104,7 @@ void Exchange::beginStream(int code, const char* type) {
     stampDate(response);
     response.setField("Content-Type", type);
     response.commit();  // no length: the head says "Connection: close"
+    streamStart = out->delivered();
 }
 
 std::string xmlEscape(const std::string& text) {

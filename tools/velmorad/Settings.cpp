@@ -20,8 +20,13 @@ const char kDefaultSettings[] =
     "# velmorad settings; the command line overrides bind, port and home.\n"
     "bind=127.0.0.1\n"
     "port=8080\n"
-    "# connections served at once; further ones get 503\n"
-    "maxConnections=64\n"
+    "# connections open at once; further ones get 503\n"
+    "maxConnections=10000\n"
+    "# milliseconds a stop lets requests in flight finish before it closes them\n"
+    "stopGraceMs=5000\n"
+    "# header lines and bytes of one request head; beyond, the answer is 431\n"
+    "maxHeaderLines=100\n"
+    "maxHeadBytes=16384\n"
     "# milliseconds of silence that end a connection\n"
     "readTimeoutMs=10000\n"
     "# milliseconds that the head of one request may take to arrive\n"
@@ -107,6 +112,9 @@ bool loadSettings(int argc, char** argv, Settings* s) {
     s->bind = text;
     s->port = map->getInt("port", s->port);
     s->maxConnections = map->getInt("maxConnections", s->maxConnections);
+    s->stopGraceMs = map->getInt("stopGraceMs", s->stopGraceMs);
+    s->maxHeaderLines = map->getInt("maxHeaderLines", s->maxHeaderLines);
+    s->maxHeadBytes = map->getInt("maxHeadBytes", s->maxHeadBytes);
     s->readTimeoutMs = map->getInt("readTimeoutMs", s->readTimeoutMs);
     s->requestDeadlineMs = map->getInt("requestDeadlineMs", s->requestDeadlineMs);
     s->keepAliveRequests = map->getInt("keepAliveRequests", s->keepAliveRequests);

@@ -12,7 +12,10 @@ struct Settings {
     std::string config;  // --config FILE; empty: lib/velmorad.properties in the home
     std::string bind = "127.0.0.1";
     int port = 8080;
-    int maxConnections = 64;        // connections served at once; more get 503
+    int maxConnections = 10000;     // connections open at once; more get 503
+    int stopGraceMs = 5000;         // how long a stop lets requests in flight finish
+    int maxHeaderLines = 100;       // header lines of one request; more get 431
+    int maxHeadBytes = 16384;       // bytes of one request head; more get 431
     int readTimeoutMs = 10000;      // silence that ends a connection
     int requestDeadlineMs = 30000;  // the most one request's head may take to arrive
     int keepAliveRequests = 100;    // requests on one connection
@@ -23,6 +26,7 @@ struct Settings {
         return config.empty() ? home + "/lib/velmorad.properties" : config;
     }
     std::string logFile() const { return home + "/logs/velmorad.log"; }
+    std::string accessLogFile() const { return home + "/logs/access.log"; }
     std::string levelsFile() const { return home + "/logs/levels.properties"; }
 };
 

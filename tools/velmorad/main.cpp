@@ -12,6 +12,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <string>
 
 #include "Daemon.h"
 #include "HostServices.h"
@@ -42,7 +43,6 @@ int main(int argc, char** argv) {
     }
     velmora::FilteredLogBundle levels(settings.levelsFile().c_str(), &file);
     velmora::Log* log = levels.get("velmorad");
-    levels.get("access");
     // A first start leaves a levels file that names the daemon's logs, ready to edit.
     if (!velmora::FileUtil::isFileRegular(settings.levelsFile().c_str())) levels.save();
     int status = 0;
@@ -63,7 +63,9 @@ int main(int argc, char** argv) {
             std::fflush(stdout);
             log->message("velmorad started");
             daemon.run();
-            log->message("velmorad stopped");
+            std::string stopped = "velmorad stopped; connections cut at the end of the grace: " +
+                                  std::to_string(daemon.connectionsCut());
+            log->message(stopped.c_str());
             running = nullptr;
         }
     }
