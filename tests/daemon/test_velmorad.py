@@ -162,6 +162,9 @@ class VelmoradTest(unittest.TestCase):
             self.assertEqual(ping.get("time"), "-1")
         r, body = d.get("/ping")
         self.assertEqual(r.status, 400)
+        r, body = d.get("/ping-all?hosts=,")
+        self.assertEqual(r.status, 400, "no host to ping")
+        self.assertEqual(ET.fromstring(body).get("code"), "400")
 
         r, body = d.get("/ping-all?hosts=127.0.0.1,127.0.0.1")
         self.assertEqual(r.status, 200)
@@ -328,6 +331,105 @@ class VelmoradTest(unittest.TestCase):
                               "--max-time", "10", url.replace("status", "missing")],
                              capture_output=True)
         self.assertEqual(out.stdout, b"404")
+
+
+class EngineTest(unittest.TestCase):
+    """Connections cost no thread: many idle ones leave the daemon answering; heads are
+    limited; the stop lets requests in flight finish within its grace and cuts the rest."""
+
+    def test_idle_connections_do_not_shut_others_out(self):
+        d = Daemon("maxConnections=400\n")
+        try:
+            idle = [socket.create_connection(("127.0.0.1", d.port)) for _ in range(300)]
+            started = time.time()
+            r, body = d.get("/status")
+            self.assertEqual(r.status, 200)
+            self.assertLess(time.time() - started, 2.0)
+            self.assertGreaterEqual(int(ET.fromstring(body).get("connections")), 300)
+            # Over the cap: the answer is 503 at once, and the client reads it whole.
+            more = [socket.create_connection(("127.0.0.1", d.port)) for _ in range(120)]
+            refused = 0
+            for s in more:
+                s.settimeout(5)
+                try:
+                    if s.recv(4096).startswith(b"HTTP/1.1 503 "):
+                        refused += 1
+                except socket.timeout:
+                    pass
+            self.assertGreaterEqual(refused, 19)
+            for s in idle + more:
+                s.close()
+            time.sleep(0.5)
+            r, _ = d.get("/status")
+            self.assertEqual(r.status, 200)
+        finally:
+            self.assertEqual(d.stop(), 0 if not LAUNCHER else d.proc.returncode)
+
+    def test_heads_beyond_the_limits_get_431_and_the_log_cannot_be_forged(self):
+        d = Daemon()
+        try:
+            lines = b"".join(b"X-%d: v\r\n" % i for i in range(100))
+            out = d.raw(b"GET /status HTTP/1.1\r\n" + lines + b"Connection: close\r\n\r\n")
+            self.assertTrue(out.startswith(b"HTTP/1.1 431 "), out[:80])
+            out = d.raw(b"GET /status HTTP/1.1\r\n" + lines + b"\r\n")
+            self.assertTrue(out.startswith(b"HTTP/1.1 200 "), out[:80])
+            # 16 KB of head in lines the parser takes one by one, sent without an end.
+            s = socket.create_connection(("127.0.0.1", d.port), timeout=10)
+            s.sendall(b"GET /status HTTP/1.1\r\n" + b"X-Big: " + b"v" * 1000 + b"\r\n")
+            s.sendall((b"X-Big: " + b"v" * 1000 + b"\r\n") * 16)
+            answer = s.recv(4096)
+            s.close()
+            self.assertTrue(answer.startswith(b"HTTP/1.1 431 "), answer[:80])
+            self.assertIn(b"Connection: close", answer)
+
+            # Bytes that could end a line or a field of the access log, in the target and
+            # in the headers it records.
+            out = d.raw(b'GET /x\x1b[31m"\x7f\\%0D%0A HTTP/1.1\r\nUser-Agent: a"b\x01\r\n'
+                        b"Referer: r\x0bforged\xff\r\nConnection: close\r\n\r\n")
+            self.assertTrue(out.startswith(b"HTTP/1.1 "), out[:80])
+            out = d.raw(b"GET /\r\n\r\n")
+        finally:
+            d.stop(keep_home=True)
+        with open(os.path.join(d.home, "logs", "access.log"), "rb") as f:
+            log = f.read()
+        shutil.rmtree(d.home, ignore_errors=True)
+        lines = log.decode("ascii").split("\n")
+        self.assertEqual(lines[-1], "")
+        self.assertEqual(len(lines) - 1, 5, log)
+        for line in lines[:-1]:
+            self.assertRegex(line, ACCESS_LINE)
+        self.assertIn(r'"GET /x\x1b[31m\x22\x7f\x5c%0D%0A HTTP/1.1" 404', lines[3])
+        self.assertTrue(lines[3].endswith(r'"r\x0bforged\xff" "a\x22b\x01"'), lines[3])
+        self.assertIn(" 431 ", lines[0])
+
+    def test_a_stop_lets_requests_finish_within_its_grace_and_cuts_the_rest(self):
+        d = Daemon("stopGraceMs=1000\nreadTimeoutMs=5000\n")
+        head = (b"POST /levels HTTP/1.1\r\nContent-Type: application/x-www-form-urlencoded\r\n"
+                b"Content-Length: 20\r\n\r\n")
+        finishing = socket.create_connection(("127.0.0.1", d.port), timeout=10)
+        finishing.sendall(head + b"name=a")
+        stuck = socket.create_connection(("127.0.0.1", d.port), timeout=10)
+        stuck.sendall(head + b"name=b")
+        idle = socket.create_connection(("127.0.0.1", d.port), timeout=10)
+        time.sleep(0.3)
+        started = time.time()
+        d.proc.send_signal(signal.SIGTERM)
+        time.sleep(0.3)
+        finishing.sendall(b"&level=1&x=12345678")  # 20 bytes in all: complete
+        answer = finishing.recv(4096)
+        self.assertTrue(answer.startswith(b"HTTP/1.1 "), answer)
+        self.assertIn(b"Connection: close", answer)
+        self.assertEqual(idle.recv(4096), b"", "an idle connection is closed at once")
+        self.assertEqual(stuck.recv(4096), b"", "cut when the grace ran out")
+        code = d.stop(keep_home=True)
+        elapsed = time.time() - started
+        with open(os.path.join(d.home, "logs", "velmorad.log")) as f:
+            last = f.read().splitlines()[-1]
+        shutil.rmtree(d.home, ignore_errors=True)
+        if not LAUNCHER:
+            self.assertEqual(code, 0)
+        self.assertLess(elapsed, 4.0)
+        self.assertIn("connections cut at the end of the grace: 1", last)
 
 
 class WriteFilterTest(unittest.TestCase):
