@@ -6,8 +6,10 @@ listen beyond loopback, and the daemon behind nginx with TLS.
 
     test_auth.py PATH-TO-VELMORAD
 
-As root the test runs itself again in a network namespace of its own (only loopback), so
-that a daemon bound to 0.0.0.0 is reachable from nowhere; without root those cases skip.
+As root the test runs itself again in network and mount namespaces of its own: only
+loopback, so that a daemon bound to 0.0.0.0 is reachable from nowhere, and a hosts file of
+its own in which a foreign name resolves to 127.0.0.1, as DNS rebinding makes it; without
+root those cases skip.
 """
 import http.client
 import os
@@ -27,6 +29,7 @@ import test_velmorad as base  # noqa: E402  (the daemon launcher the daemon test
 INSIDE = "VELMORA_AUTH_TEST_INSIDE"
 IN_NAMESPACE = os.environ.get(INSIDE) == "1"
 MARK = "FORGED-LINE"
+REBOUND = "rebind.example"  # resolves to 127.0.0.1 inside the namespace
 
 
 def request(d, method, path, headers=None, body=None, source="127.0.0.1"):
@@ -139,6 +142,10 @@ class AuthTest(unittest.TestCase):
             for path in ("/network", "/levels", "/status"):
                 r, body = request(d, "GET", path, {"Host": host})
                 self.assertEqual(r.status, status, (host, path, body))
+        if IN_NAMESPACE:
+            self.assertEqual(socket.gethostbyname(REBOUND), "127.0.0.1")
+            r, _ = request(d, "GET", "/levels", {"Host": "%s:%d" % (REBOUND, d.port)})
+            self.assertEqual(r.status, 421, "a name is never taken for the address it resolves to")
         awaited = "refused GET /levels from 127.0.0.1: 421"
         self.assertIn(awaited, logs_of(d, awaited))
 
@@ -373,9 +380,16 @@ class ProxyTest(unittest.TestCase):
 if __name__ == "__main__":
     base.DAEMON = sys.argv.pop(1)
     if not IN_NAMESPACE and os.geteuid() == 0 and shutil.which("unshare"):
-        inner = "ip link set lo up && exec %s %s %s" % (sys.executable, os.path.abspath(__file__),
-                                                      base.DAEMON)
-        code = subprocess.call(["unshare", "-n", "sh", "-c", inner] + [],
-                               env=dict(os.environ, **{INSIDE: "1"}))
+        with tempfile.NamedTemporaryFile("w", prefix="velmorad-hosts-", delete=False) as hosts:
+            hosts.write("127.0.0.1 localhost %s\n::1 localhost ip6-localhost\n" % REBOUND)
+        os.chmod(hosts.name, 0o644)
+        inner = ("ip link set lo up && mount --make-rprivate / && mount --bind %s /etc/hosts && "
+                 "exec %s %s %s" % (hosts.name, sys.executable, os.path.abspath(__file__),
+                                    base.DAEMON))
+        try:
+            code = subprocess.call(["unshare", "-n", "-m", "sh", "-c", inner],
+                                   env=dict(os.environ, **{INSIDE: "1"}))
+        finally:
+            os.unlink(hosts.name)
         sys.exit(code)
     unittest.main(verbosity=2)

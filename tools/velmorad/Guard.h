@@ -51,8 +51,6 @@ private:
     Throttle throttle_;
 };
 
-// Whether `bind` is a loopback address (127.0.0.0/8, ::1) or "localhost".
-bool isLoopback(const std::string& bind);
 // At start: false, with the reason on standard error, when the settings would have the
 // daemon listen beyond loopback without remote.allow=true.
 bool mayListen(const Settings& settings);
