@@ -14,9 +14,9 @@ namespace velmorad {
 class Throttle {
 public:
     using Clock = std::chrono::steady_clock;
-    static const int kFreeFailures = 5;
-    static const int kLockFailures = 10;
-    static const int kLockSeconds = 60;
+    static constexpr int kFreeFailures = 5;
+    static constexpr int kLockFailures = 10;
+    static constexpr int kLockSeconds = 60;
 
     // 0 when `client` may try a token now, else the seconds it must wait first.
     int wait(const std::string& client, Clock::time_point now);

@@ -30,7 +30,8 @@ int64_t stampOf(const std::string& path) {
     if (error) return 0;
     auto size = std::filesystem::file_size(path, error);
     if (error) return 0;
-    return static_cast<int64_t>(time.time_since_epoch().count()) * 31 + static_cast<int64_t>(size);
+    uint64_t folded = static_cast<uint64_t>(time.time_since_epoch().count()) * 31u + size;
+    return folded == 0 ? 1 : static_cast<int64_t>(folded);
 }
 
 std::string newToken() {
