@@ -6,8 +6,8 @@ listen beyond loopback, and the daemon behind nginx with TLS.
 
     test_auth.py PATH-TO-VELMORAD
 
-As root the test runs itself again in network and mount namespaces of its own: only
-loopback, so that a daemon bound to 0.0.0.0 is reachable from nowhere, and a hosts file of
+As root the test runs itself again in network, mount and UTS namespaces of its own: only
+loopback (where a document may be applied), so that a daemon bound to 0.0.0.0 is reachable from nowhere, and a hosts file of
 its own in which a foreign name resolves to 127.0.0.1, as DNS rebinding makes it; without
 root those cases skip.
 """
@@ -16,7 +16,6 @@ import os
 import re
 import shutil
 import socket
-import ssl
 import subprocess
 import sys
 import tempfile
@@ -230,10 +229,31 @@ class AuthTest(unittest.TestCase):
                     b"POST /network HTTP/1.1\r\n" + host + auth +
                     b"Content-Type: text/x\r" + MARK.encode() + b"\r\n\r\n"):
             self.assertTrue(d.raw(raw, wait=3.0).startswith(b"HTTP/1.1 "), raw)
+        if IN_NAMESPACE:  # a document's values quoted in the reports of its refusal
+            self.post_document_with_line_ends()
         log = logs_of(d, "GET /a\\x0A" + MARK)
         for line in log.split("\n"):
             self.assertFalse(line.lstrip().startswith(MARK), line)
         self.assertIn("\\x0A" + MARK, log, "the requests were logged, escaped")
+        if IN_NAMESPACE:
+            self.assertIn("network: Not a domain name: a\\x0D\\x0A" + MARK, log)
+
+    def post_document_with_line_ends(self):
+        settings = os.path.join(self.d.home, "lib", "velmorad.properties")
+        with open(settings) as f:
+            saved = f.read()
+        with open(settings, "a") as f:  # read at each request
+            f.write("network.apply=true\nnetwork.resolverPath=%s/resolv.conf\n"
+                    "network.hostnamePath=%s/hostname\n" % (self.d.home, self.d.home))
+        try:
+            document = ('<tcpIpSettings domain="a&#13;&#10;%s"><dnsHosts><dnsHost ipAddress='
+                        '"192.0.2.1&#10;%s"/></dnsHosts></tcpIpSettings>' % (MARK, MARK))
+            r, body = request(self.d, "POST", "/network",
+                              dict(self.bearer, **{"Content-Type": "text/xml"}), document)
+            self.assertEqual(r.status, 400, body)
+        finally:
+            with open(settings, "w") as f:
+                f.write(saved)
 
     def test_lengths_that_two_readers_could_read_differently_are_refused(self):
         d = self.d
@@ -340,38 +360,24 @@ class ProxyTest(unittest.TestCase):
         self.addCleanup(nginx.wait, 10)
         self.addCleanup(nginx.terminate)
         url = "https://velmora.test:%d" % port
-        context = ssl.create_default_context(cafile=cert)
-        deadline = time.time() + 10
-        while True:
-            try:
-                socket.create_connection(("127.0.0.1", port), timeout=1).close()
-                break
-            except OSError:
-                self.assertLess(time.time(), deadline, "nginx did not start")
-                time.sleep(0.1)
 
-        def through(method, path, headers):
-            # Connected by hand: to 127.0.0.1 from 127.0.0.2, checking the certificate
-            # for the proxy's name.
-            c = http.client.HTTPSConnection("127.0.0.1", port, timeout=10)
-            c.sock = context.wrap_socket(
-                socket.create_connection(("127.0.0.1", port), 10, ("127.0.0.2", 0)),
-                server_hostname="velmora.test")
-            c.request(method, path, headers=dict({"Host": "velmora.test:%d" % port}, **headers))
-            r = c.getresponse()
-            body = r.read()
-            c.close()
-            return r.status, body
+        def through(*headers):
+            # curl from 127.0.0.2, checking the certificate for the proxy's name.
+            out = subprocess.run(
+                ["curl", "-sS", "--retry", "20", "--retry-connrefused", "--retry-delay", "0",
+                 "--cacert", cert, "--interface", "127.0.0.2", "--resolve",
+                 "velmora.test:%d:127.0.0.1" % port, "-X", "POST", "-w", "\n%{http_code}"] +
+                [a for h in headers for a in ("-H", h)] + [url + "/levels?name=velmorad&level=1"],
+                capture_output=True, text=True, check=True)
+            body, _, status = out.stdout.rpartition("\n")
+            return int(status), body
 
-        change = "/levels?name=velmorad&level=1"
-        status, body = through("POST", change, {"Origin": url})
-        self.assertEqual(status, 401, body)
-        status, body = through("POST", change, {"Origin": "https://evil.example"})
-        self.assertEqual(status, 403, body)
-        status, body = through("POST", change, {"Origin": url, "Sec-Fetch-Site": "same-origin",
-                                                "Authorization": "Bearer " + d.token})
+        self.assertEqual(through("Origin: " + url)[0], 401)
+        self.assertEqual(through("Origin: https://evil.example")[0], 403)
+        status, body = through("Origin: " + url, "Sec-Fetch-Site: same-origin",
+                               "Authorization: Bearer " + d.token)
         self.assertEqual(status, 200, body)
-        self.assertIn(b'name="velmorad" level="1"', body)
+        self.assertIn('name="velmorad" level="1"', body)
         log = logs_of(d, "refused POST /levels from 127.0.0.2: 401")
         self.assertIn("refused POST /levels from 127.0.0.2: 401", log,
                       "the client named by the proxy, not the proxy")
@@ -387,7 +393,7 @@ if __name__ == "__main__":
                  "exec %s %s %s" % (hosts.name, sys.executable, os.path.abspath(__file__),
                                     base.DAEMON))
         try:
-            code = subprocess.call(["unshare", "-n", "-m", "sh", "-c", inner],
+            code = subprocess.call(["unshare", "-n", "-m", "-u", "sh", "-c", inner],
                                    env=dict(os.environ, **{INSIDE: "1"}))
         finally:
             os.unlink(hosts.name)
