@@ -1,5 +1,6 @@
 #include <windows.h>
 
+#include <aclapi.h>
 #include <bcrypt.h>
 #include <sddl.h>
 
@@ -56,12 +57,35 @@ bool writePrivateFile(const std::string& path, const std::string& text, std::str
 }
 
 bool isPrivateFile(const std::string& path, std::string* why) {
-    // The access list was set when the file was written; only its presence is checked here.
-    if (GetFileAttributesA(path.c_str()) == INVALID_FILE_ATTRIBUTES) {
-        *why = failure("cannot read", path);
+    PACL dacl = nullptr;
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    DWORD rc = GetNamedSecurityInfoA(path.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION,
+                                     nullptr, nullptr, &dacl, nullptr, &descriptor);
+    if (rc != ERROR_SUCCESS) {
+        SetLastError(rc);
+        *why = failure("cannot read the access list of", path);
         return false;
     }
-    return true;
+    // No access list at all lets everyone in; otherwise look for a grant of reading to
+    // everyone, the users or the authenticated users.
+    bool open = dacl == nullptr;
+    for (DWORD i = 0; !open && i < dacl->AceCount; ++i) {
+        void* ace = nullptr;
+        if (!GetAce(dacl, i, &ace) ||
+            static_cast<ACE_HEADER*>(ace)->AceType != ACCESS_ALLOWED_ACE_TYPE) {
+            continue;
+        }
+        auto* allowed = static_cast<ACCESS_ALLOWED_ACE*>(ace);
+        PSID sid = &allowed->SidStart;
+        bool anyone = IsWellKnownSid(sid, WinWorldSid) || IsWellKnownSid(sid, WinBuiltinUsersSid) ||
+                      IsWellKnownSid(sid, WinAuthenticatedUserSid);
+        open = anyone && (allowed->Mask & (FILE_READ_DATA | GENERIC_READ | GENERIC_ALL)) != 0;
+    }
+    LocalFree(descriptor);
+    if (open)
+        *why =
+            path + " may be read by other users; let only its owner and the administrators read it";
+    return !open;
 }
 
 }  // namespace velmorad
