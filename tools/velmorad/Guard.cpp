@@ -91,6 +91,7 @@ Guard::Guard(const Settings& settings, Token* token, velmora::Log* log)
       token_(token),
       log_(log),
       reads_(settings.authReads < 0 ? !isLoopback(settings.bind) : settings.authReads > 0),
+      bound_(canonicalAddress(settings.bind)),
       allowedHosts_(listOf(settings.allowedHosts)) {
     for (const std::string& proxy : listOf(settings.trustedProxies)) {
         std::string a = canonicalAddress(proxy);
@@ -126,12 +127,11 @@ bool Guard::hostAllowed(const char* host) const {
     for (const std::string& allowed : allowedHosts_) {
         if (name == allowed) return true;
     }
-    std::string bound = canonicalAddress(settings_.bind);
     std::string asked = canonicalAddress(name);
     if (asked.empty()) return false;
     // Bound to every address: any address literal names this host; names still need
     // allowedHosts, which is what defeats rebinding.
-    return asked == bound || isWildcard(bound);
+    return asked == bound_ || isWildcard(bound_);
 }
 
 // The peer, or when the peer is a trusted proxy, the address its X-Forwarded-For names:
@@ -144,7 +144,7 @@ std::string Guard::clientOf(Exchange& x) const {
         }
         return false;
     };
-    if (x.peer.empty() || !trusted(x.peer)) return x.peer;
+    if (trustedProxies_.empty() || x.peer.empty() || !trusted(x.peer)) return x.peer;
     std::vector<std::string> chain = wordsOf(x.request, "X-Forwarded-For");
     for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
         if (canonicalAddress(*it).empty()) break;  // not an address: the chain is unusable

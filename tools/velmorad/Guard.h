@@ -45,7 +45,8 @@ private:
     Settings settings_;
     Token* token_;
     velmora::Log* log_;
-    bool reads_;  // reads of the host's settings need the token too
+    bool reads_;         // reads of the host's settings need the token too
+    std::string bound_;  // the bound address, canonical ("" for a name)
     std::vector<std::string> allowedHosts_;
     std::vector<std::string> trustedProxies_;  // canonical address texts
     Throttle throttle_;
