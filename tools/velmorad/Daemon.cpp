@@ -385,16 +385,23 @@ void Daemon::startRequest(Connection* c, int headLength) {
         answerRefused(c, 505, "only HTTP/1.x is served");
         return;
     }
-    if (request.getField("Transfer-Encoding") != nullptr) {
-        answerRefused(c, 501, "request bodies must come with a Content-Length");
-        return;
+    int64_t length = 0;
+    switch (request.getBodyLength(kMaxBody, &length)) {
+        case velmora::HttpMessage::kBadLength:
+            answerRefused(c, 400,
+                          "Content-Length is not one decimal length, or comes with "
+                          "Transfer-Encoding");
+            return;
+        case velmora::HttpMessage::kTransferCoded:
+            answerRefused(c, 501, "request bodies must come with a Content-Length");
+            return;
+        case velmora::HttpMessage::kTooLarge:
+            answerRefused(c, 413, "request body too large");
+            return;
+        default:
+            break;
     }
-    long length = request.getFieldInt("Content-Length", 0);
-    if (length < 0 || length > kMaxBody) {
-        answerRefused(c, 413, "request body too large or incomplete");
-        return;
-    }
-    c->bodyLength = length;
+    c->bodyLength = static_cast<long>(length);
     c->state = Connection::kBody;
     c->lastInput = Clock::now();
     // A client that waits for leave to send its body (Expect: 100-continue, as curl does)
@@ -468,7 +475,10 @@ void Daemon::answerRefused(Connection* c, int status, const char* message) {
 }
 
 void Daemon::logRequest(Connection* c, int status, long bytes) {
-    AccessLog::Entry e{c->peer.c_str(), c->requestLine, status, bytes, c->referer, c->userAgent};
+    // The guard names the client a trusted proxy forwarded for; otherwise the peer.
+    const std::string& who =
+        c->exchange && !c->exchange->client.empty() ? c->exchange->client : c->peer;
+    AccessLog::Entry e{who.c_str(), c->requestLine, status, bytes, c->referer, c->userAgent};
     access_.add(e);
     c->requestLine.clear();
     c->referer.clear();

@@ -5,6 +5,8 @@
 #include <velmora/http/HttpResponse.h>
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "ReplyOutput.h"
 
@@ -27,7 +29,9 @@ struct Exchange {
     const char* allow = nullptr;  // the methods an answer 405 names
     std::string requestBody{};    // the request body (Content-Length bytes)
     std::string peer{};           // the client's numeric address
+    std::string client{};         // who asked: the peer, or whom a trusted proxy names (the guard)
     long streamStart = -1;        // bytes of out before a streamed body began
+    std::vector<std::pair<std::string, std::string>> fields{};  // further fields of the answer
 
     // The value of a query parameter, decoded; `def` when absent.
     std::string query(const char* name, const char* def) const;

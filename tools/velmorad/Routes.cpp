@@ -14,6 +14,7 @@
 
 #include "Daemon.h"
 #include "Exchange.h"
+#include "Guard.h"
 #include "NetworkRoutes.h"
 #include "Reports.h"
 #include "WriteFilterRoutes.h"
@@ -192,6 +193,7 @@ bool routeBlocks(const Exchange& x) {
 }
 
 void route(Exchange& x) {
+    if (!Guard::check(x)) return;
     const char* method = x.request->getMethod();
     bool get = std::strcmp(method, "GET") == 0 || x.head;
     std::string path = x.request->getDecodedURI();
