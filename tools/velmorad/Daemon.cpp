@@ -14,6 +14,7 @@
 
 #include "Exchange.h"
 #include "HostServices.h"
+#include "NetworkRoutes.h"
 
 namespace velmorad {
 
@@ -151,6 +152,7 @@ void Daemon::stop() {
 }
 
 void Daemon::run() {
+    resumeNetworkChanges(this);
     bool ipv6 = server_->getInetAddress() != nullptr && server_->getInetAddress()->getIsIpv6();
     while (!stopping_.load()) {
         velmora::Socket* socket = ipv6 ? server_->accept6() : server_->accept();
@@ -177,6 +179,7 @@ void Daemon::run() {
     poolWake_.notify_all();
     for (std::thread& t : workers)
         t.join();
+    endNetworkChanges();
     server_->close();
 }
 

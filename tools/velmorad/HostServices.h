@@ -17,6 +17,9 @@ void installStopHandler(void (*onStop)());
 void interruptListener(uint64_t handle);
 // The local port of a bound handle, or -1.
 int localPort(uint64_t handle);
+// The local address of a connected handle as 4 or 16 bytes (an IPv4-mapped IPv6 address
+// as its 4): 4 or 6, or 0 when it cannot be had.
+int localAddress(uint64_t handle, unsigned char* bytes16);
 // Sends small writes at once (no Nagle delay): an answer's head and body leave as two
 // writes, and a keep-alive client would otherwise wait for a delayed acknowledgement.
 void setNoDelay(uint64_t handle);
