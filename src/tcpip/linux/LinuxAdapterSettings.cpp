@@ -159,9 +159,18 @@ std::string addressRecord(const std::string& model, int family, int index,
         std::memcpy(&m[0], &h, sizeof h);
         std::memcpy(&m[NLMSG_HDRLEN], &a, sizeof a);
         RtMessage r(m);
+        // Every attribute the kernel will list for the address, so that the record made
+        // here and the one listed compare equal.
+        unsigned flags = IFA_F_PERMANENT;
+        r.set(IFA_ADDRESS, bytes, size);
+        r.set(IFA_FLAGS, &flags, 4);
+        char name[IF_NAMESIZE] = "";
         if (family == AF_INET) {
             unsigned char none[4] = {};
+            r.set(IFA_LOCAL, bytes, size);
             r.set(IFA_BROADCAST, none, 4);  // computed below, as `ip addr add ... brd +` does
+            if (if_indextoname(static_cast<unsigned>(index), name) != nullptr)
+                r.set(IFA_LABEL, name, std::strlen(name) + 1);
         }
         return addressRecord(r.bytes(), family, index, bytes, prefix);
     }
