@@ -230,7 +230,11 @@ void apply(Exchange& x, const NetworkOptions& options) {
         return;
     }
     std::unique_ptr<velmora::XElem> root = parse(body);
-    std::string lockOut = root != nullptr ? cutOff(x, root.get(), host) : "";
+    if (root == nullptr) {
+        x.replyError(400, "The network settings are not a well-formed XML document");
+        return;
+    }
+    std::string lockOut = cutOff(x, root.get(), host);
     if (window == 0 && !lockOut.empty()) {
         std::string why = "the document " + lockOut +
                           ": send it with ?confirmWithin=S to apply it for S seconds unless "
@@ -239,7 +243,7 @@ void apply(Exchange& x, const NetworkOptions& options) {
         return;
     }
     std::unique_ptr<velmora::TcpIpSnapshot> before(velmora::TcpIpSnapshot::take(host, &reports));
-    if (root == nullptr || before == nullptr) {
+    if (before == nullptr) {
         std::string why = "the host's network settings could not be captured: " + reports.joined();
         x.replyError(500, why.c_str());
         return;
