@@ -279,6 +279,46 @@ TEST(LinuxSettings, ResolverFileRewritesOnlyItsOwnLines) {
     TcpIpHostSettings::unload();
 }
 
+// The files as the C library reads them: the last of "domain" and "search" decides and is
+// the line edited; a server that stays keeps its comment; the host-name file keeps its
+// other lines; values equal to what is there rewrite nothing.
+TEST(LinuxSettings, ResolverAndHostNameFilesAsTheCLibraryReadsThem) {
+    IN_NAMESPACES([](TcpIpHostSettings* host, const TempDir& dir) {
+        Reports r;
+        const std::string conf = dir.file("resolv.conf"), name = dir.file("hostname");
+        const std::vector<std::vector<std::string>> domains = {
+            // file, domain read, file after setDomain("example.org")
+            {"domain a.example\nsearch b.example c.example\n", "b.example",
+             "domain a.example\nsearch example.org c.example\n"},
+            {"search b.example\ndomain a.example\n# end\n", "a.example",
+             "search b.example\ndomain example.org\n# end\n"},
+        };
+        char domain[1024];
+        for (const auto& d : domains) {
+            writeFile(conf, d[0]);
+            host->getDomain(&r, domain, sizeof domain);
+            EXPECT_EQ(domain, d[1]);
+            EXPECT_EQ(host->setDomain(&r, "example.org"), 0);
+            EXPECT_EQ(readFile(conf), d[2]);
+        }
+        writeFile(conf, "nameserver 192.0.2.53 # primary\noptions edns0\nnameserver 192.0.2.54\n");
+        EXPECT_EQ(host->setDnsHosts(&r, "192.0.2.53 192.0.2.54"), 0);
+        EXPECT_EQ(readFile(conf),
+                  "nameserver 192.0.2.53 # primary\noptions edns0\nnameserver 192.0.2.54\n");
+        EXPECT_EQ(host->setDnsHosts(&r, "198.51.100.1 192.0.2.53"), 0);
+        EXPECT_EQ(readFile(conf),
+                  "nameserver 198.51.100.1\nnameserver 192.0.2.53 # primary\noptions edns0\n");
+
+        writeFile(name, "# kept by hand\nns-one\n# trailer\n");
+        EXPECT_EQ(host->setHostName(&r, "ns-one"), 0);
+        EXPECT_EQ(readFile(name), "# kept by hand\nns-one\n# trailer\n");
+        EXPECT_EQ(host->setHostName(&r, "ns-two"), 0);
+        EXPECT_EQ(readFile(name), "# kept by hand\nns-two\n# trailer\n");
+        EXPECT_EQ(run("hostname"), "ns-two");
+        EXPECT_EQ(r.all(), "");
+    });
+}
+
 // What ip set up, the library reads: ids, addresses, masks, prefix, hardware address,
 // gateways, DNS, domain, host name, no loopback. Its own document applied unchanged
 // changes nothing and reads back equal; a link made later is found.

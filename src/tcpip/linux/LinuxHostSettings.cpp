@@ -129,6 +129,8 @@ int setServers(TcpIpHostSettings* host, ErrorHandler* err, const char* list, boo
         return -1;
     }
     return rewriteResolver(host, err, [&](const std::string& text) {
+        // The same servers in the same order change nothing, wherever their lines stand.
+        if (ResolverText::nameservers(text, ipv6) == servers) return text;
         return ResolverText::withNameservers(text, ipv6, servers);
     });
 }
@@ -326,18 +328,19 @@ int TcpIpHostSettings::setHostName(ErrorHandler* err, const char* name) {
     }
     char former[256] = "";
     ::gethostname(former, sizeof former - 1);
-    if (std::strcmp(former, text) == 0) {
-        std::string file;
-        int code = 0;
-        if (linuxnet::readText(getHostnamePath(), &file, &code) && file == std::string(text) + "\n")
-            return 0;
-    }
+    std::string file;
+    int code = 0;
+    bool haveFile = linuxnet::readText(getHostnamePath(), &file, &code);
+    if (std::strcmp(former, text) == 0 && haveFile && ResolverText::hostNameOf(file) == text)
+        return 0;
     if (::sethostname(text, std::strlen(text)) != 0) {
         linuxnet::reportSystem(err, kHostKey, std::string("Cannot set the host name ") + text,
                                errno);
         return -1;
     }
-    int code = linuxnet::writeAtomically(getHostnamePath(), std::string(text) + "\n");
+    // Comments and other lines of the file stay; only the name's line changes.
+    code = linuxnet::writeAtomically(getHostnamePath(),
+                                     ResolverText::withHostName(haveFile ? file : "", text));
     if (code == 0) return 0;
     ::sethostname(former, std::strlen(former));
     linuxnet::reportSystem(err, kHostKey, std::string("Cannot write ") + getHostnamePath(), code);
