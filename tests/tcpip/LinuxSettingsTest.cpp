@@ -319,6 +319,24 @@ TEST(LinuxSettings, ResolverAndHostNameFilesAsTheCLibraryReadsThem) {
     });
 }
 
+// A link-local IPv6 gateway needs a device: the one of the route it replaces, or the one
+// written after '%'; with neither it is refused and reported.
+TEST(LinuxSettings, LinkLocalGatewayTakesItsDevice) {
+    IN_NAMESPACES([](TcpIpHostSettings* host, const TempDir&) {
+        Reports r;
+        const std::string routes = "[(r[\"gateway\"], r[\"dev\"]) for r in j]";
+        EXPECT_EQ(host->setIpv6DefaultGateway(&r, "fe80::7"), 0);
+        EXPECT_EQ(ip("-6 route show default", routes), "[('fe80::7', 'v0')]");
+        run("ip -6 route del default");
+        EXPECT_EQ(host->setIpv6DefaultGateway(&r, "fe80::8"), -1);
+        ASSERT_EQ(r.texts.size(), 1u);
+        EXPECT_NE(r.texts[0].find("fe80::8 needs an adapter"), std::string::npos) << r.all();
+        EXPECT_EQ(host->setIpv6DefaultGateway(&r, "fe80::9%v1"), 0);
+        EXPECT_EQ(ip("-6 route show default", routes), "[('fe80::9', 'v1')]");
+        EXPECT_EQ(host->setIpv6DefaultGateway(&r, "fe80::9%nope"), -1);
+    });
+}
+
 // What ip set up, the library reads: ids, addresses, masks, prefix, hardware address,
 // gateways, DNS, domain, host name, no loopback. Its own document applied unchanged
 // changes nothing and reads back equal; a link made later is found.
