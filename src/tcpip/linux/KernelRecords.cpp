@@ -7,6 +7,7 @@
 #include <linux/if_addr.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
+#include <net/if.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -14,6 +15,7 @@
 #include <cerrno>
 #include <cstring>
 #include <map>
+#include <set>
 
 namespace velmora {
 namespace linuxnet {
@@ -78,6 +80,43 @@ void reorderRoutes(int family, const std::vector<std::string>& wanted) {
             netlink::sendRaw(RtMessage(m).forRequest(), RTM_DELROUTE, 0);
         for (const std::string& m : group.second)
             netlink::sendRaw(RtMessage(m).forRequest(), RTM_NEWROUTE, flags);
+    }
+}
+
+// The kernel installs the local route of a new IPv6 address a moment after the address,
+// from its own work queue (after the duplicate check, even when that is off): wait for
+// them, so that what is read next is what stays.
+void waitForLocalRoutes(int index) {
+    std::vector<netlink::Link> links;
+    if (netlink::dumpLinks(&links) != 0) return;
+    for (const netlink::Link& l : links) {
+        if (l.index == index && ((l.flags & IFF_UP) == 0 || (l.flags & IFF_RUNNING) == 0))
+            return;  // a link that does not work gets no local routes
+    }
+    waitForTentativeAddresses();
+    for (int wait = 0; wait < 40; ++wait) {
+        std::vector<std::string> addresses, routes;
+        if (dumpRecords(false, AF_INET6, &addresses) != 0 ||
+            dumpRecords(true, AF_INET6, &routes) != 0)
+            return;
+        bool missing = false;
+        for (const std::string& m : onLink(addresses, index)) {
+            std::string address, flags, dst;
+            RtMessage a(m);
+            unsigned f = 0;
+            if (a.get(IFA_FLAGS, &flags) && flags.size() >= 4) std::memcpy(&f, flags.data(), 4);
+            if (!a.get(IFA_ADDRESS, &address) || (f & (IFA_F_TENTATIVE | IFA_F_DADFAILED)) != 0)
+                continue;
+            bool found = false;
+            for (const std::string& r : routes) {
+                RtMessage route(r);
+                found = found || (route.table() == RT_TABLE_LOCAL && route.prefixLength() == 128 &&
+                                  route.get(RTA_DST, &dst) && dst == address);
+            }
+            missing = missing || !found;
+        }
+        if (!missing) return;
+        ::usleep(50 * 1000);
     }
 }
 
@@ -148,6 +187,7 @@ int setLinkAddresses(int family, int index, const std::vector<std::string>& want
         }
         deleteAddresses(extra);
         failed = addAddresses(family, missing, nullptr);
+        if (family == AF_INET6 && !missing.empty()) waitForLocalRoutes(index);
     }
     std::vector<std::string> all;
     if (dumpRecords(false, family, &all) == 0 && keysOf(onLink(all, index)) == wantedKeys) return 0;
@@ -209,11 +249,18 @@ int setRoutes(int family, const std::vector<std::string>& wanted, ErrorHandler* 
 void waitForTentativeAddresses() {
     for (int i = 0; i < 40; ++i) {
         std::vector<std::string> all;
-        if (dumpRecords(false, AF_INET6, &all) != 0) return;
+        std::vector<netlink::Link> links;
+        if (dumpRecords(false, AF_INET6, &all) != 0 || netlink::dumpLinks(&links) != 0) return;
+        // On a link that is down or has no carrier the check waits for the link, not time.
+        std::set<int> working;
+        for (const netlink::Link& l : links) {
+            if ((l.flags & IFF_UP) != 0 && (l.flags & IFF_RUNNING) != 0) working.insert(l.index);
+        }
         bool tentative = false;
         for (const std::string& m : all) {
             std::string flags;
             RtMessage a(m);
+            if (working.count(a.linkIndex()) == 0) continue;
             if (a.get(IFA_FLAGS, &flags) && flags.size() >= 4) {
                 unsigned f;
                 std::memcpy(&f, flags.data(), 4);

@@ -35,8 +35,8 @@ int setRoutes(int family, const std::vector<std::string>& wanted, ErrorHandler* 
 // their address and are left to it. A route that cannot be put back is reported by name.
 // The number of failures.
 int keepRoutes(int family, const std::vector<std::string>& before, ErrorHandler* err);
-// Waits (at most 4 s) until no IPv6 address is tentative, so that records read next are
-// the lasting ones.
+// Waits (at most 4 s) until no IPv6 address of a working link is tentative, so that
+// records read next are the lasting ones.
 void waitForTentativeAddresses();
 
 }  // namespace linuxnet

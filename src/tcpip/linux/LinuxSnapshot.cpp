@@ -164,6 +164,24 @@ int restoreLinks(const State& s, ErrorHandler* err) {
     return failed;
 }
 
+// "" when the records are the same in the same order, else what differs first.
+std::string firstDifference(const std::vector<std::string>& was, const std::vector<std::string>& is,
+                            const char* family, const char* what) {
+    std::vector<std::string> wasKeys = linuxnet::keysOf(was), isKeys = linuxnet::keysOf(is);
+    if (wasKeys == isKeys) return "";
+    for (size_t i = 0; i < was.size(); ++i) {
+        if (std::find(isKeys.begin(), isKeys.end(), wasKeys[i]) == isKeys.end())
+            return std::string("the ") + what + " " + RtMessage(was[i]).describe() + " is gone";
+    }
+    for (size_t i = 0; i < is.size(); ++i) {
+        if (std::find(wasKeys.begin(), wasKeys.end(), isKeys[i]) == wasKeys.end())
+            return std::string("the ") + what + " " + RtMessage(is[i]).describe() + " is new";
+    }
+    return std::string("the ") + family + " " +
+           (std::string(what) == "address" ? "addresses" : "routes") +
+           " are listed in another order";
+}
+
 std::string hex(const std::string& bytes) {
     static const char digits[] = "0123456789abcdef";
     std::string out;
@@ -339,11 +357,10 @@ bool TcpIpSnapshot::matches(ErrorHandler* err) {
         if (same == now.links.end()) difference = "the state of " + l.name + " differs";
     }
     for (int i = 0; i < 2 && difference.empty(); ++i) {
-        if (linuxnet::keysOf(now.addresses[i]) != linuxnet::keysOf(s.addresses[i])) {
-            difference = std::string("the ") + (i == 0 ? "IPv4" : "IPv6") + " addresses differ";
-        } else if (linuxnet::keysOf(now.routes[i]) != linuxnet::keysOf(s.routes[i])) {
-            difference = std::string("the ") + (i == 0 ? "IPv4" : "IPv6") + " routes differ";
-        }
+        const char* family = i == 0 ? "IPv4" : "IPv6";
+        difference = firstDifference(s.addresses[i], now.addresses[i], family, "address");
+        if (difference.empty())
+            difference = firstDifference(s.routes[i], now.routes[i], family, "route");
     }
     if (difference.empty()) return true;
     linuxnet::report(err, "TcpIpSnapshot.differs", difference,
