@@ -250,7 +250,8 @@ bool parse(const std::string& text, State* s) {
             s->links.push_back(l);
         } else if (w.size() == 3 && (w[0] == "address" || w[0] == "route") &&
                    (w[1] == "4" || w[1] == "6") && unhex(w[2], &a) && RtMessage(a).family() != 0) {
-            (w[0] == "address" ? s->addresses : s->routes)[w[1] == "6" ? 1 : 0].push_back(a);
+            std::vector<std::string>* lists = w[0] == "address" ? s->addresses : s->routes;
+            lists[w[1] == "6" ? 1 : 0].push_back(a);
         } else if (!(w.size() == 1 && w[0] == "end")) {
             return false;
         }
