@@ -517,6 +517,20 @@ TEST(LinuxSettings, OwnDocumentOnARichStateChangesNothing) {
         EXPECT_EQ(v0->setIpv6Enabled(&r, true), 0);
         EXPECT_EQ(r.all(), "");
         EXPECT_EQ(fullState(dir), before);
+
+        // A gateway the kernel refuses leaves the route shown as it was, onlink and source
+        // included; another one replaces the gateway only.
+        run("ip route change default via 192.0.2.1 dev v0 onlink src 198.51.100.10");
+        const std::string onlink = fullState(dir);
+        EXPECT_EQ(host->setDefaultGateway(&r, "198.51.100.10"), 0);  // local: refused
+        EXPECT_EQ(r.all(), "");
+        EXPECT_EQ(fullState(dir), onlink);
+        EXPECT_EQ(host->setDefaultGateway(&r, "198.51.100.200"), 0);
+        EXPECT_EQ(ip("route show default",
+                     "[(r.get(\"gateway\"), r[\"flags\"], r.get(\"prefsrc\"), "
+                     "r.get(\"metric\")) for r in j]"),
+                  "[('198.51.100.200', ['onlink'], '198.51.100.10', None), "
+                  "('198.51.100.1', [], None, 600), (None, [], None, 900)]");
     });
 }
 

@@ -196,7 +196,8 @@ int installGateway(int family, const unsigned char* bytes, int outIndex,
     next.set(RTA_GATEWAY, bytes, size);
     if (outIndex != 0) {
         next.set(RTA_OIF, &outIndex, 4);
-    } else if (!isLinkLocal(family, bytes)) {
+    } else if (!isLinkLocal(family, bytes) && (old.routeFlags() & RTNH_F_ONLINK) == 0) {
+        // An onlink route names its link on purpose: the new gateway is on it too.
         next.erase(RTA_OIF);
     } else if (old.linkIndex() == 0) {
         return EINVAL;

@@ -82,7 +82,7 @@ bool shownGateway(int family, std::string* record);
 // Installs `bytes` as gateway of `family` (AF_INET, AF_INET6). With a template (the record
 // of the route shown so far) that route is replaced by a copy that differs only in its
 // gateway (and device: `outIndex` when not 0; the template's own for a link-local
-// gateway); when the copy is refused the old route is put back. Without one a plain route
+// gateway or an onlink route); when the copy is refused the old route is put back. Without one a plain route
 // is added. A link-local gateway without any device is refused with EINVAL. 0 or errno.
 int installGateway(int family, const unsigned char* bytes, int outIndex,
                    const std::string& templateRecord);
