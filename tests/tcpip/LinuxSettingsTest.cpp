@@ -613,7 +613,14 @@ TEST(LinuxSettings, AFailedApplyIsUndoneWholeAndASavedCaptureRestores) {
         std::unique_ptr<TcpIpSnapshot> loaded(
             TcpIpSnapshot::load(host, dir.file("capture").c_str(), &r));
         ASSERT_NE(loaded, nullptr) << r.all();
+        // A link that came up in the meantime is not the capture's to change.
+        run("ip link add v4 type veth peer name v5 && ip link set v4 up && ip link set v5 up && "
+            "ip addr add 203.0.113.77/24 dev v4 && ip route add 192.0.2.192/26 dev v4");
         EXPECT_EQ(loaded->restore(&r), 0) << r.all();
+        EXPECT_EQ(ip("-4 addr show dev v4", "[a[\"local\"] for a in j[0][\"addr_info\"]]"),
+                  "['203.0.113.77']");
+        EXPECT_EQ(ip("route show 192.0.2.192/26", "len(j)"), "1");
+        run("ip link del v4");
         EXPECT_TRUE(loaded->matches(&r)) << r.all();
         EXPECT_EQ(fullState(dir), before);
         writeFile(dir.file("capture"), "velmora-network-capture 1\nhostname 41\n");

@@ -66,9 +66,21 @@ void reorderRoutes(int family, const std::vector<std::string>& wanted) {
         nowGroups[RtMessage(m).destinationKey()].push_back(m);
     int flags = addRouteFlags(family);
     for (const auto& group : wantedGroups) {
-        const std::vector<std::string>& current = nowGroups[group.first];
-        if (group.second.size() < 2 || keysOf(current) == keysOf(group.second)) continue;
-        bool onlyKernel = false;  // an IPv6 metric of 0 cannot be asked for
+        // Routes of the destination through links that came later are left where they are.
+        std::vector<std::string> wantedKeys = keysOf(group.second), current, currentKeys;
+        for (const std::string& m : nowGroups[group.first]) {
+            std::string key = RtMessage(m).key();
+            if (contains(wantedKeys, key)) {
+                current.push_back(m);
+                currentKeys.push_back(key);
+            }
+        }
+        if (group.second.size() < 2 || currentKeys == wantedKeys) continue;
+        std::sort(currentKeys.begin(), currentKeys.end());
+        std::vector<std::string> sortedWanted = wantedKeys;
+        std::sort(sortedWanted.begin(), sortedWanted.end());
+        if (currentKeys != sortedWanted) continue;  // not only the order differs: leave it
+        bool onlyKernel = false;                    // an IPv6 metric of 0 cannot be asked for
         for (const std::string& m : group.second) {
             std::string metric;
             RtMessage r(m);
@@ -201,7 +213,8 @@ int setLinkAddresses(int family, int index, const std::vector<std::string>& want
     return failed + 1;
 }
 
-int setRoutes(int family, const std::vector<std::string>& wanted, ErrorHandler* err) {
+int setRoutes(int family, const std::vector<std::string>& wanted, const std::set<int>& links,
+              ErrorHandler* err) {
     std::vector<std::string> now;
     int code = dumpRecords(true, family, &now);
     if (code != 0) {
@@ -210,8 +223,10 @@ int setRoutes(int family, const std::vector<std::string>& wanted, ErrorHandler* 
     }
     std::vector<std::string> wantedKeys = keysOf(wanted), nowKeys = keysOf(now);
     for (size_t i = 0; i < now.size(); ++i) {
-        if (!contains(wantedKeys, nowKeys[i]))
-            netlink::sendRaw(RtMessage(now[i]).forRequest(), RTM_DELROUTE, 0);
+        RtMessage r(now[i]);
+        if (!contains(wantedKeys, nowKeys[i]) &&
+            (r.linkIndex() == 0 || links.count(r.linkIndex()) != 0))
+            netlink::sendRaw(r.forRequest(), RTM_DELROUTE, 0);
     }
     // The kernel's own routes come back with their addresses and links, some of them a
     // moment later; a copy added in their stead would differ (an IPv6 metric of 0 reads

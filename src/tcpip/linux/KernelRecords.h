@@ -6,6 +6,7 @@
 
 #include <velmora/log/ErrorHandler.h>
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -27,9 +28,11 @@ std::vector<std::string> onLink(const std::vector<std::string>& records, int ind
 // number of failures.
 int setLinkAddresses(int family, int index, const std::vector<std::string>& wanted,
                      ErrorHandler* err);
-// Brings the routes of `family` in every table to `wanted`. The number of failures, each
-// reported with the route.
-int setRoutes(int family, const std::vector<std::string>& wanted, ErrorHandler* err);
+// Brings the routes of `family` in every table to `wanted`; a route through a link not in
+// `links` (nor in `wanted`) is left alone. The number of failures, each reported with the
+// route.
+int setRoutes(int family, const std::vector<std::string>& wanted, const std::set<int>& links,
+              ErrorHandler* err);
 // Puts back each route of `before` that is gone now (the kernel takes the routes through
 // an address or a link with it), from its record; the kernel's own routes come back with
 // their address and are left to it. A route that cannot be put back is reported by name.

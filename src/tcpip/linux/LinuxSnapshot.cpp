@@ -37,6 +37,7 @@ struct TcpIpSnapshot::State {
     };
     struct Link {
         std::string name;
+        int index = 0;
         bool up = false;
         int ipv6Disabled = -1;  // -1: the link has no IPv6
     };
@@ -103,6 +104,7 @@ int capture(TcpIpHostSettings* host, State* s, std::string* what) {
         link.name = l.name;
         link.up = (l.flags & IFF_UP) != 0;
         link.ipv6Disabled = readIpv6Switch(l.name);
+        link.index = l.index;
         s->links.push_back(link);
     }
     for (int i = 0; i < 2 && code == 0; ++i) {
@@ -242,9 +244,10 @@ bool parse(const std::string& text, State* s) {
             f.path = a;
             f.exists = w[2] == "1";
             f.bytes = b;
-        } else if (w.size() == 4 && w[0] == "link" && unhex(w[1], &a)) {
+        } else if (w.size() == 5 && w[0] == "link" && unhex(w[1], &a)) {
             State::Link l;
             l.name = a;
+            l.index = std::atoi(w[4].c_str());
             l.up = w[2] == "1";
             l.ipv6Disabled = std::atoi(w[3].c_str());
             s->links.push_back(l);
@@ -315,20 +318,18 @@ int TcpIpSnapshot::restore(ErrorHandler* err) {
     failed += restoreFile(s.resolver, err);
     failed += restoreFile(s.hostnameFile, err);
     failed += restoreLinks(s, err);
-    std::vector<netlink::Link> links;
-    netlink::dumpLinks(&links);
+    // Links that came up after the capture (a tunnel, a container's) are not ours to
+    // change: only the captured links get their addresses and routes back.
+    std::set<int> indexes;
+    for (const State::Link& l : s.links)
+        indexes.insert(l.index);
     for (int i = 0; i < 2; ++i) {
-        std::set<int> indexes;
-        for (const netlink::Link& l : links)
-            indexes.insert(l.index);
-        for (const std::string& m : s.addresses[i])
-            indexes.insert(RtMessage(m).linkIndex());
         for (int index : indexes)
             failed += linuxnet::setLinkAddresses(kFamilies[i], index,
                                                  linuxnet::onLink(s.addresses[i], index), err);
     }
     for (int i = 0; i < 2; ++i)
-        failed += linuxnet::setRoutes(kFamilies[i], s.routes[i], err);
+        failed += linuxnet::setRoutes(kFamilies[i], s.routes[i], indexes, err);
     return failed == 0 ? 0 : -1;
 }
 
@@ -378,8 +379,8 @@ int TcpIpSnapshot::save(const char* path, ErrorHandler* err) const {
     text += "hostnameFile " + hex(s.hostnameFile.path) + (s.hostnameFile.exists ? " 1 " : " 0 ") +
             hex(s.hostnameFile.bytes) + "\n";
     for (const State::Link& l : s.links)
-        text +=
-            "link " + hex(l.name) + (l.up ? " 1 " : " 0 ") + std::to_string(l.ipv6Disabled) + "\n";
+        text += "link " + hex(l.name) + (l.up ? " 1 " : " 0 ") + std::to_string(l.ipv6Disabled) +
+                " " + std::to_string(l.index) + "\n";
     for (int i = 0; i < 2; ++i) {
         const char* family = i == 0 ? " 4 " : " 6 ";
         for (const std::string& m : s.addresses[i])
