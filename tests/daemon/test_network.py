@@ -370,6 +370,29 @@ class NetworkEndpoint(unittest.TestCase):
         self.assertEqual(self.full_state(), before)
 
 
+    def test_9_the_hosts_own_document_round_trips_without_a_change(self):
+        self.write_settings(True)
+        address = self.adapter(ET.fromstring(self.current()), "v0").get("ipAddress")
+        net = address.rsplit(".", 1)[0]
+        for command in ("ip addr add %s.11/24 dev v0" % net,
+                        "ip addr add 192.0.2.50/25 dev v0",
+                        "ip addr add 192.0.2.51/25 dev v0",
+                        "ip route add default via %s.1 metric 100" % net,
+                        "ip route add default via 192.0.2.1 metric 600",
+                        "ip route add default dev v1 metric 900",
+                        "ip route add 198.51.100.128/25 via %s.254 proto static metric 50" % net,
+                        "ip route add 192.0.2.192/26 via 192.0.2.99 dev v0 onlink src %s" % address,
+                        "ip route add default via %s.1 table 100" % net,
+                        "ip -6 route add default via fe80::1 dev v0 metric 100",
+                        "ip -6 route add default dev v1 metric 4096",
+                        "ip -6 route add 2001:db8:2::/48 via 2001:db8::1 proto ra expires 600"):
+            sh(*command.split())
+        before = self.full_state()
+        status, body = self.request("POST", self.current())
+        self.assertEqual(status, 200, body)
+        self.assertEqual(self.full_state(), before)
+
+
 def main():
     global DAEMON
     DAEMON = os.path.abspath(sys.argv.pop(1))
