@@ -1,5 +1,6 @@
 #include "NetworkJournal.h"
 
+#include <velmora/files/FileUtil.h>
 #include <velmora/tcpip/TcpIpHostSettings.h>
 
 #include <chrono>
@@ -48,6 +49,9 @@ void NetworkJournal::resume(const std::string& home, velmora::Log* log) {
     home_ = home;
     log_ = log;
     stopping_ = false;
+    // A daemon whose settings live elsewhere (--config) may have no lib folder yet.
+    if (!velmora::FileUtil::isDirectory((home_ + "/lib").c_str()))
+        velmora::FileUtil::createDirectory((home_ + "/lib").c_str());
     std::FILE* f = std::fopen(capturePath().c_str(), "rb");
     if (f == nullptr) return;
     std::fclose(f);
