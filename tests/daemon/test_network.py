@@ -360,6 +360,13 @@ class NetworkEndpoint(unittest.TestCase):
         self.assertEqual(status, 400, body)
         self.assertIn("switches off adapter v0", ET.fromstring(body).get("message"))
         self.assertEqual(self.full_state(), before)
+        # Also when the request came in on an address of the link the document does not show.
+        net = address.rsplit(".", 1)[0]
+        sh("ip", "addr", "add", net + ".77/24", "dev", "v0")
+        status, body = self.request("POST", ET.tostring(doc), host=net + ".77")
+        self.assertEqual(status, 400, body)
+        sh("ip", "addr", "del", net + ".77/24", "dev", "v0")
+        before = self.full_state()
         doc.set("defaultGateway", "")  # a link that is down holds no route
         headers = {}
         status, body = self.request("POST", ET.tostring(doc), host=address,

@@ -152,6 +152,7 @@ std::string cutOff(Exchange& x, velmora::XElem* root, velmora::TcpIpHostSettings
         local, text, sizeof text);
     velmora::XElem* adapters = root->elem("adapters");
     if (adapters == nullptr || root->getb("isReadonly", false)) return "";
+    const std::string link = interfaceOf(local, family);
     std::unique_ptr<velmora::XElemList> list(adapters->elems("adapter"));
     for (velmora::XElemListItem* i = list->getFirst(); i != nullptr; i = i->getNext()) {
         velmora::XElem* a = i->getElem();
@@ -163,14 +164,16 @@ std::string cutOff(Exchange& x, velmora::XElem* root, velmora::TcpIpHostSettings
             settings->getIpAddress(nullptr, now, sizeof now);
         else
             settings->getIpv6Address(nullptr, now, sizeof now);
-        if (!sameAddress(now, text)) continue;
+        // The address shown is the one a document replaces; the link may hold others.
+        bool shown = sameAddress(now, text);
+        if (!shown && link != id) continue;
         std::string why;
         const char* wanted = a->get(family == 4 ? "ipAddress" : "ipv6Address", nullptr);
         if (settings->canDisable(nullptr) && !a->getb("enabled", false))
             why = "switches off adapter " + std::string(id);
         else if (family == 6 && settings->canDisableIpv6(nullptr) && !a->getb("ipv6Enabled", false))
             why = "switches off IPv6 on adapter " + std::string(id);
-        else if (wanted != nullptr && !sameAddress(wanted, text))
+        else if (shown && wanted != nullptr && !sameAddress(wanted, text))
             why = "changes the address of adapter " + std::string(id);
         if (!why.empty()) return why + ", which this request came in on (" + text + ")";
     }

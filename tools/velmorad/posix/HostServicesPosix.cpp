@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include <ifaddrs.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <signal.h>
@@ -91,6 +92,23 @@ bool utcTime(std::time_t t, struct tm* out) {
 void setNoDelay(uint64_t handle) {
     int on = 1;
     setsockopt(static_cast<int>(handle), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+}
+
+std::string interfaceOf(const unsigned char* bytes16, int family) {
+    ifaddrs* all = nullptr;
+    if (getifaddrs(&all) != 0) return "";
+    std::string name;
+    for (ifaddrs* i = all; i != nullptr && name.empty(); i = i->ifa_next) {
+        if (i->ifa_addr == nullptr) continue;
+        if (family == 4 && i->ifa_addr->sa_family == AF_INET &&
+            std::memcmp(&reinterpret_cast<sockaddr_in*>(i->ifa_addr)->sin_addr, bytes16, 4) == 0)
+            name = i->ifa_name;
+        if (family == 6 && i->ifa_addr->sa_family == AF_INET6 &&
+            std::memcmp(&reinterpret_cast<sockaddr_in6*>(i->ifa_addr)->sin6_addr, bytes16, 16) == 0)
+            name = i->ifa_name;
+    }
+    freeifaddrs(all);
+    return name;
 }
 
 }  // namespace velmorad

@@ -90,4 +90,8 @@ void setNoDelay(uint64_t handle) {
                reinterpret_cast<const char*>(&on), sizeof on);
 }
 
+std::string interfaceOf(const unsigned char*, int) {
+    return "";
+}
+
 }  // namespace velmorad
