@@ -10,6 +10,7 @@
 #include "Connection.h"
 #include "Exchange.h"
 #include "HostServices.h"
+#include "NetworkRoutes.h"
 
 namespace velmorad {
 
@@ -128,6 +129,7 @@ void Daemon::post(Connection* c) {
 }
 
 void Daemon::run() {
+    resumeNetworkChanges(this);
     workers_.reset(new WorkerPool(kWorkers));
     Poller::Event events[256];
     Clock::time_point nextSweep = Clock::now();
@@ -173,6 +175,7 @@ void Daemon::run() {
     // Workers finish their request (a cut connection fails their writes at once), then
     // every connection left is deleted; only then may the daemon and its logs go.
     workers_->stop();
+    endNetworkChanges();
     for (Connection* c : connections_)
         delete c;
     open_ -= static_cast<int>(connections_.size());
@@ -381,6 +384,7 @@ void Daemon::startRequest(Connection* c, int headLength) {
                                    http11 ? !equalsIgnoreCase(connection, "close")
                                           : equalsIgnoreCase(connection, "keep-alive")});
     c->exchange->peer = c->peer;
+    c->exchange->handle = c->handle;
     if (std::strncmp(version, "HTTP/1.", 7) != 0) {
         answerRefused(c, 505, "only HTTP/1.x is served");
         return;

@@ -4,6 +4,7 @@
 #include <velmora/http/HttpRequest.h>
 #include <velmora/http/HttpResponse.h>
 
+#include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
@@ -29,6 +30,7 @@ struct Exchange {
     const char* allow = nullptr;  // the methods an answer 405 names
     std::string requestBody{};    // the request body (Content-Length bytes)
     std::string peer{};           // the client's numeric address
+    uint64_t handle = 0;          // the connection's socket, for its local address (network routes)
     std::string client{};         // who asked: the peer, or whom a trusted proxy names (the guard)
     long streamStart = -1;        // bytes of out before a streamed body began
     std::vector<std::pair<std::string, std::string>> fields{};  // further fields of the answer
