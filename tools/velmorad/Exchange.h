@@ -24,6 +24,8 @@ struct Exchange {
 
     // The value of a query parameter, decoded; `def` when absent.
     std::string query(const char* name, const char* def) const;
+    // The value from the query, else from a form body (application/x-www-form-urlencoded).
+    std::string param(const char* name, const char* def) const;
     // A complete answer with a known length; closes the connection when asked to or when
     // the client did not allow keep-alive.
     void reply(int status, const char* type, const std::string& body, bool close = false);
@@ -34,6 +36,8 @@ struct Exchange {
 
 // Answers one request (every endpoint, 404, 405). False when the connection must close.
 void route(Exchange& x);
+// The decoded value of `name` in "a=1&b=2" (a query or a form body), `def` when absent.
+std::string formValue(const char* encoded, const char* name, const char* def);
 // Escapes text for an XML attribute or element.
 std::string xmlEscape(const std::string& text);
 
