@@ -190,19 +190,19 @@ class RunningDaemonTest(unittest.TestCase):
         self.assertEqual(stop(home.start()), 0)
 
     def test_reload_takes_what_can_change_and_keeps_the_log_limit(self):
-        home = Home("logMaxBytes=10485760\nlogBackups=5\n", levels="velmorad=1\naccess=1\n")
+        home = Home("logMaxBytes=10485760\nlogBackups=5\n", levels="velmorad=1\n")
         proc = home.start(env={"JOURNAL_STREAM": "8:1234"})
         try:
             self.assertIn("at most", proc.started)
             home.write("logMaxBytes=2048\nlogBackups=2\nmaxConnections=5\nwriteFilter.apply=true\n"
                        "netwrok.apply=true\n")
             with open(os.path.join(home.logs(), "levels.properties"), "w") as f:
-                f.write("velmorad=1\naccess=3\n")
+                f.write("velmorad=0\n")
             proc.send_signal(signal.SIGHUP)
             home.wait_in_log("reloaded")
             log = home.log_text()
             for text in ("logBackups 5 -> 2", "logMaxBytes 10485760 -> 2048",
-                         "writeFilter.apply false -> true", "level of access 1 -> 3",
+                         "writeFilter.apply false -> true", "level of velmorad 1 -> 0",
                          "maxConnections changed from 10000 to 5 in the file; it takes effect at "
                          "the next start", "did you mean network.apply?"):
                 self.assertIn(text, log)
@@ -238,14 +238,18 @@ class RunningDaemonTest(unittest.TestCase):
             code, body = request(proc.port, "/status")
             self.assertEqual(ET.fromstring(body).get("version"), VERSION)
             form = {"Content-Type": "application/x-www-form-urlencoded"}
-            code, body = request(proc.port, "/levels", b"name=access&level=2", form)
+            code, body = request(proc.port, "/levels", b"name=velmorad&level=0", form)
             self.assertEqual(code, 200, body)
             levels = {e.get("name"): e.get("level") for e in ET.fromstring(body)}
-            self.assertEqual(levels, {"velmorad": "1", "access": "2"})
-            code, body = request(proc.port, "/levels", b"name=acess&level=0", form)
+            self.assertEqual(levels.get("velmorad"), "0")
+            code, body = request(proc.port, "/levels", b"name=velmorda&level=2", form)
             self.assertEqual(code, 400)
-            self.assertIn('no log is named "acess"; the names are velmorad, access',
-                          ET.fromstring(body).get("message"))
+            message = ET.fromstring(body).get("message")
+            self.assertIn('no log is named "velmorda"; the names are ', message)
+            self.assertIn("velmorad", message.split("the names are ")[1])
+            # Nothing new was made by the refused name.
+            code, body = request(proc.port, "/levels")
+            self.assertNotIn("velmorda", body)
             code, body = request(proc.port, "/write-filter?drive=C")
             self.assertEqual((code, ET.fromstring(body).get("message")),
                              (503, "the write filter is not available on this system"))

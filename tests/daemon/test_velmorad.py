@@ -197,15 +197,15 @@ class VelmoradTest(unittest.TestCase):
 
     def test_levels_read_change_and_persist(self):
         d = self.d
-        r, body = d.get("/levels?name=access&level=0", method="POST")
+        r, body = d.get("/levels?name=velmorad&level=0", method="POST")
         self.assertEqual(r.status, 200, body)
         levels = {e.get("name"): e.get("level") for e in ET.fromstring(body)}
-        self.assertEqual(levels.get("access"), "0")
+        self.assertEqual(levels.get("velmorad"), "0")
         with open(os.path.join(d.home, "logs", "levels.properties")) as f:
-            self.assertIn("access=0", f.read())
+            self.assertIn("velmorad=0", f.read())
         r, body = d.get("/levels")
-        self.assertIn(b'name="access"', body)
-        r, _ = d.get("/levels?name=access&level=9", method="POST")
+        self.assertIn(b'name="velmorad"', body)
+        r, _ = d.get("/levels?name=velmorad&level=9", method="POST")
         self.assertEqual(r.status, 400)
 
     def test_head_wrong_method_and_unknown_path(self):

@@ -41,6 +41,7 @@ struct Settings {
         return config.empty() ? home + "/lib/velmorad.properties" : config;
     }
     std::string logFile() const { return home + "/logs/velmorad.log"; }
+    std::string accessLogFile() const { return home + "/logs/access.log"; }
     std::string levelsFile() const { return home + "/logs/levels.properties"; }
     std::string lockFile() const { return home + "/lib/velmorad.lock"; }
     // The address and port as they go into a URL: an IPv6 address in brackets.

@@ -159,7 +159,6 @@ int serve(const velmorad::CommandLine& cl, velmorad::Settings settings) {
     velmorad::publishSettings(settings);
     velmora::FilteredLogBundle levels(settings.levelsFile().c_str(), &file);
     velmora::Log* log = levels.get("velmorad");
-    levels.get("access");
     // A first start leaves a levels file that names the daemon's logs, ready to edit.
     if (!velmora::FileUtil::isFileRegular(settings.levelsFile().c_str())) levels.save();
     int status = 0;
