@@ -176,13 +176,15 @@ int serve(const velmorad::CommandLine& cl, velmorad::Settings settings) {
             velmorad::installReloadHandler();
             std::printf("velmorad listening on http://%s:%d/\n", settings.hostForUrl().c_str(),
                         daemon.getPort());
+            // The daemon's log and the access log each keep to logMaxBytes and logBackups.
             const int64_t disk = file.diskLimit();
+            const std::string limit =
+                disk < 0 ? std::string("the logs grow without limit while running")
+                         : "its logs and their backups take at most " + sizeText(2 * disk) +
+                               " (velmorad.log and access.log, " +
+                               std::to_string(settings.logBackups) + " backups each)";
             std::printf("velmorad logging to %s (levels in %s; %s)\n", settings.logFile().c_str(),
-                        settings.levelsFile().c_str(),
-                        disk < 0 ? "the log grows without limit while running"
-                                 : ("the log and its " + std::to_string(settings.logBackups) +
-                                    " backups take at most " + sizeText(disk))
-                                       .c_str());
+                        settings.levelsFile().c_str(), limit.c_str());
             std::fflush(stdout);
             log->message(("velmorad " VELMORAD_VERSION " started on http://" +
                           settings.hostForUrl() + ":" + std::to_string(daemon.getPort()) + "/")
