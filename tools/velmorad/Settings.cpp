@@ -302,6 +302,18 @@ void publishSettings(const Settings& settings) {
     published = copy;
 }
 
+std::shared_ptr<const Settings> settingsFromFile() {
+    std::shared_ptr<const Settings> running = currentSettings();
+    auto now = std::make_shared<Settings>(*running);
+    if (!readSettings(now.get(), true).errors.empty()) return running;
+    // Where the daemon listens stays what it was started with (the command line may have
+    // overridden the file).
+    now->bind = running->bind;
+    now->bindAddress = running->bindAddress;
+    now->port = running->port;
+    return now;
+}
+
 SettingsProblems applySettings(const std::string& text, const std::string& file, Settings* s) {
     SettingsProblems out;
     SettingsText parsed = SettingsText::parse(text);

@@ -78,6 +78,10 @@ std::vector<SettingChange> compareSettings(const Settings& before, const Setting
 //   if (velmorad::currentSettings()->writeFilterApply) ...
 std::shared_ptr<const Settings> currentSettings();
 void publishSettings(const Settings& settings);
+// The settings file as it is now, read with the same rules, for switches that take effect
+// without a reload (network.apply, writeFilter.apply); the settings in force when the file
+// has errors, so that a broken edit never turns into defaults.
+std::shared_ptr<const Settings> settingsFromFile();
 
 // The text written to lib/velmorad.properties when the home has none (and shipped as
 // /etc/velmorad/velmorad.properties).
