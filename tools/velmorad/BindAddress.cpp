@@ -62,12 +62,20 @@ bool numericText(int family, const unsigned char* bytes, std::string* out) {
     return true;
 }
 
+// Hexadecimal groups and colons (a dotted IPv4 tail allowed), read by the resolver as a
+// number: such text never makes the resolver look a name up.
 bool ipv6Literal(const std::string& text, std::string* numeric) {
-    const int type = velmora::InetAddress::getAddressType(text.c_str());
-    if (type != 1 && type != 2) return false;
+    size_t colons = 0;
+    for (char c : text) {
+        if (c == ':') {
+            ++colons;
+        } else if (!std::isxdigit(static_cast<unsigned char>(c)) && c != '.') {
+            return false;
+        }
+    }
     unsigned char bytes[16];
     const int family = velmora::InetAddress::getIpv6Family();
-    return velmora::InetAddress::inet_pton(family, text.c_str(), bytes) == 1 &&
+    return colons >= 2 && velmora::InetAddress::inet_pton(family, text.c_str(), bytes) == 1 &&
            numericText(family, bytes, numeric);
 }
 
