@@ -1,7 +1,12 @@
 #include "CommandLine.h"
 
+#include <velmora/vre/Vre.h>
+
 #include <cctype>
+#include <cstdio>
 #include <cstring>
+
+#include "BindAddress.h"
 
 namespace velmorad {
 
@@ -107,6 +112,40 @@ CommandLine CommandLine::parse(int argc, const char* const* argv) {
         }
     }
     return c;
+}
+
+SettingsProblems settingsFor(const CommandLine& cl, bool checkOnly, Settings* s) {
+    s->home = cl.hasHome ? cl.home : velmora::Vre::getInstance()->getKovaHome();
+    if (cl.hasConfig) s->config = cl.config;
+    SettingsProblems problems = readSettings(s, checkOnly);
+    if (cl.hasBind) {
+        std::string numeric, why;
+        if (resolveBindAddress(cl.bind, &numeric, &why)) {
+            s->bind = cl.bind;
+            s->bindAddress = numeric;
+        } else {
+            problems.errors.push_back("--bind: " + why);
+        }
+    }
+    if (cl.hasPort) s->port = cl.port;
+    return problems;
+}
+
+bool loadSettings(int argc, char** argv, Settings* s) {
+    const CommandLine cl = CommandLine::parse(argc, argv);
+    if (!cl.error.empty() || cl.help || cl.version || cl.check) {
+        std::fprintf(stderr, "velmorad: %s\n",
+                     cl.error.empty() ? "this command takes --home, --config, --bind and --port"
+                                      : cl.error.c_str());
+        return false;
+    }
+    const SettingsProblems problems = settingsFor(cl, false, s);
+    for (const std::string& w : problems.warnings) {
+        std::fprintf(stderr, "velmorad: warning: %s\n", w.c_str());
+    }
+    for (const std::string& e : problems.errors)
+        std::fprintf(stderr, "velmorad: error: %s\n", e.c_str());
+    return problems.errors.empty();
 }
 
 }  // namespace velmorad

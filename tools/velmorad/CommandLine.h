@@ -9,6 +9,8 @@
 
 #include <string>
 
+#include "Settings.h"
+
 namespace velmorad {
 
 struct CommandLine {
@@ -25,5 +27,10 @@ struct CommandLine {
 
 // The --help text.
 const char* usageText();
+
+// The settings for this command line: the home (--home, else VELMORA_HOME or the current
+// directory), the settings file (--config, else the home's), then --bind and --port.
+// `checkOnly`: a missing home settings file is not written.
+SettingsProblems settingsFor(const CommandLine& cl, bool checkOnly, Settings* s);
 
 }  // namespace velmorad

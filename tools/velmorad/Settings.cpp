@@ -43,9 +43,19 @@ const char kDefaultSettings[] =
     "# bytes beyond which the log is rotated while the daemon runs (0: only at start)\n"
     "logMaxBytes=10485760\n"
     "# true lets POST /network change the host's network settings (needs CAP_NET_ADMIN)\n"
-    "network.apply=false\n";
+    "network.apply=false\n"
+    "# true lets POST /write-filter set the write filter's boot command\n"
+    "writeFilter.apply=false\n"
+    "# the token that every change needs (velmorad token prints it)\n"
+    "auth.tokenFile=lib/velmorad.token\n"
+    "# Host names this daemon answers to besides its address and localhost (a proxy's name)\n"
+    "allowedHosts=\n"
+    "# proxies (addresses) whose X-Forwarded-For names the client\n"
+    "trustedProxies=\n"
+    "# true lets the daemon listen beyond loopback (plain HTTP: prefer a TLS proxy)\n"
+    "remote.allow=false\n";
 
-enum class Kind { Int, Int64, Bool, Text, Path, Address, AddressList, NameList };
+enum class Kind { Int, Int64, Bool, TriBool, Text, Path, Address, AddressList, NameList };
 
 // One known key: its type, its range (numbers), where it goes, and whether a reload
 // (SIGHUP) may change it while the daemon runs.
@@ -58,23 +68,23 @@ struct Key {
     int64_t Settings::*l;
     bool Settings::*b;
     std::string Settings::*t;
-    std::vector<std::string> Settings::*v;
 };
 
 Key intKey(const char* name, int Settings::*m, int64_t low, int64_t high, bool live = false) {
-    return {name, Kind::Int, low, high, live, m, nullptr, nullptr, nullptr, nullptr};
+    return {name, Kind::Int, low, high, live, m, nullptr, nullptr, nullptr};
 }
 Key int64Key(const char* name, int64_t Settings::*m, int64_t low, int64_t high, bool live) {
-    return {name, Kind::Int64, low, high, live, nullptr, m, nullptr, nullptr, nullptr};
+    return {name, Kind::Int64, low, high, live, nullptr, m, nullptr, nullptr};
 }
 Key boolKey(const char* name, bool Settings::*m, bool live) {
-    return {name, Kind::Bool, 0, 1, live, nullptr, nullptr, m, nullptr, nullptr};
+    return {name, Kind::Bool, 0, 1, live, nullptr, nullptr, m, nullptr};
 }
 Key textKey(const char* name, Kind kind, std::string Settings::*m, bool live = false) {
-    return {name, kind, 0, 0, live, nullptr, nullptr, nullptr, m, nullptr};
+    return {name, kind, 0, 0, live, nullptr, nullptr, nullptr, m};
 }
-Key listKey(const char* name, Kind kind, std::vector<std::string> Settings::*m, bool live) {
-    return {name, kind, 0, 0, live, nullptr, nullptr, nullptr, nullptr, m};
+// true, false, or not given (-1: the daemon decides).
+Key triKey(const char* name, int Settings::*m, bool live) {
+    return {name, Kind::TriBool, -1, 1, live, m, nullptr, nullptr, nullptr};
 }
 
 const std::vector<Key>& keys() {
@@ -90,11 +100,11 @@ const std::vector<Key>& keys() {
         intKey("maxHeadBytes", &Settings::maxHeadBytes, 256, 1048576),
         intKey("logBackups", &Settings::logBackups, 0, 1000, true),
         int64Key("logMaxBytes", &Settings::logMaxBytes, 0, int64_t(1) << 40, true),
-        textKey("auth.tokenFile", Kind::Path, &Settings::authTokenFile),
-        boolKey("auth.reads", &Settings::authReads, true),
-        listKey("allowedHosts", Kind::NameList, &Settings::allowedHosts, true),
+        textKey("auth.tokenFile", Kind::Path, &Settings::tokenFile),
+        triKey("auth.reads", &Settings::authReads, true),
+        textKey("allowedHosts", Kind::NameList, &Settings::allowedHosts, true),
         boolKey("remote.allow", &Settings::remoteAllow, false),
-        listKey("trustedProxies", Kind::AddressList, &Settings::trustedProxies, true),
+        textKey("trustedProxies", Kind::AddressList, &Settings::trustedProxies, true),
         boolKey("writeFilter.apply", &Settings::writeFilterApply, true),
         boolKey("network.apply", &Settings::networkApply, true),
         textKey("network.resolverPath", Kind::Path, &Settings::networkResolverPath),
@@ -173,13 +183,6 @@ std::vector<std::string> splitList(const std::string& text) {
     return items;
 }
 
-std::string joined(const std::vector<std::string>& items) {
-    std::string text;
-    for (const std::string& item : items)
-        text += (text.empty() ? "" : ",") + item;
-    return text;
-}
-
 // Sets the value of one known key; an empty string, or why the value is refused.
 std::string setValue(const Key& k, const std::string& value, Settings* s) {
     switch (k.kind) {
@@ -199,8 +202,13 @@ std::string setValue(const Key& k, const std::string& value, Settings* s) {
             return "";
         }
         case Kind::Bool:
+        case Kind::TriBool:
             if (value == "true" || value == "false") {
-                s->*k.b = value == "true";
+                if (k.kind == Kind::Bool) {
+                    s->*k.b = value == "true";
+                } else {
+                    s->*k.i = value == "true" ? 1 : 0;
+                }
                 return "";
             }
             return "\"" + value + "\" is not true or false";
@@ -219,8 +227,7 @@ std::string setValue(const Key& k, const std::string& value, Settings* s) {
             return "";
         case Kind::AddressList:
         case Kind::NameList: {
-            std::vector<std::string> items = splitList(value);
-            for (const std::string& item : items) {
+            for (const std::string& item : splitList(value)) {
                 if (k.kind == Kind::AddressList && !isAddressLiteral(item)) {
                     return "\"" + item + "\" is not a numeric IPv4 or IPv6 address";
                 }
@@ -228,7 +235,7 @@ std::string setValue(const Key& k, const std::string& value, Settings* s) {
                     return "\"" + item + "\" is not a host name";
                 }
             }
-            s->*k.v = items;
+            s->*k.t = value;
             return "";
         }
     }
@@ -243,9 +250,8 @@ std::string valueText(const Key& k, const Settings& s) {
             return std::to_string(s.*k.l);
         case Kind::Bool:
             return s.*k.b ? "true" : "false";
-        case Kind::AddressList:
-        case Kind::NameList:
-            return joined(s.*k.v);
+        case Kind::TriBool:
+            return s.*k.i < 0 ? "(by the address)" : s.*k.i > 0 ? "true" : "false";
         default:
             return s.*k.t;
     }
@@ -273,6 +279,12 @@ bool readFile(const std::string& path, std::string* text, std::string* why) {
 }
 
 }  // namespace
+
+std::string Settings::tokenPath() const {
+    bool absolute = !tokenFile.empty() && (tokenFile[0] == '/' || tokenFile[0] == '\\' ||
+                                           (tokenFile.size() > 1 && tokenFile[1] == ':'));
+    return absolute ? tokenFile : home + "/" + tokenFile;
+}
 
 std::string Settings::hostForUrl() const {
     return bindAddress.find(':') != std::string::npos ? "[" + bindAddress + "]" : bindAddress;
@@ -320,7 +332,6 @@ SettingsProblems applySettings(const std::string& text, const std::string& file,
     for (const SettingsText::Problem& p : parsed.problems) {
         out.errors.push_back(file + ":" + std::to_string(p.line) + ": " + p.message);
     }
-    bool readsGiven = false;
     for (const SettingsText::Entry& e : parsed.entries) {
         const std::string where = file + ":" + std::to_string(e.line) + ": ";
         const Key* key = nullptr;
@@ -336,11 +347,9 @@ SettingsProblems applySettings(const std::string& text, const std::string& file,
         }
         const std::string why = setValue(*key, e.value, s);
         if (!why.empty()) out.errors.push_back(where + e.key + ": " + why);
-        if (key->b == &Settings::authReads) readsGiven = true;
     }
     std::string numeric, why;
     if (resolveBindAddress(s->bind, &numeric, &why)) s->bindAddress = numeric;
-    if (!readsGiven) s->authReads = !s->loopback();
     return out;
 }
 

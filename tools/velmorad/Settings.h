@@ -27,15 +27,16 @@ struct Settings {
     int maxHeadBytes = 16384;
     int logBackups = 5;
     int64_t logMaxBytes = 10 * 1024 * 1024;  // the log is rotated beyond this; 0: only at start
-    std::string authTokenFile = "lib/velmorad.token";  // relative to the home unless absolute
-    bool authReads = false;  // reads need the token too; default: listening beyond loopback
-    std::vector<std::string> allowedHosts;    // Host names besides the address and localhost
-    bool remoteAllow = false;                 // listening beyond loopback is allowed
-    std::vector<std::string> trustedProxies;  // addresses whose X-Forwarded-For counts
-    bool writeFilterApply = false;            // POST /write-filter may set a boot command
-    bool networkApply = false;                // POST /network may change the host
-    std::string networkResolverPath;          // where the resolver's file is (tests)
-    std::string networkHostnamePath;          // where the host name file is (tests)
+    // Who may ask what (the guard in front of every route):
+    std::string tokenFile = "lib/velmorad.token";  // auth.tokenFile, relative to the home
+    int authReads = -1;          // auth.reads: reads need the token; -1: when bound beyond loopback
+    std::string allowedHosts;    // Host names besides the bound address and localhost, commas
+    bool remoteAllow = false;    // remote.allow: may listen beyond loopback
+    std::string trustedProxies;  // addresses whose X-Forwarded-For names the client, commas
+    bool writeFilterApply = false;    // POST /write-filter may set a boot command
+    bool networkApply = false;        // POST /network may change the host
+    std::string networkResolverPath;  // where the resolver's file is (tests)
+    std::string networkHostnamePath;  // where the host name file is (tests)
 
     std::string settingsFile() const {
         return config.empty() ? home + "/lib/velmorad.properties" : config;
@@ -44,6 +45,7 @@ struct Settings {
     std::string accessLogFile() const { return home + "/logs/access.log"; }
     std::string levelsFile() const { return home + "/logs/levels.properties"; }
     std::string lockFile() const { return home + "/lib/velmorad.lock"; }
+    std::string tokenPath() const;
     // The address and port as they go into a URL: an IPv6 address in brackets.
     std::string hostForUrl() const;
     bool loopback() const;
@@ -82,6 +84,10 @@ void publishSettings(const Settings& settings);
 // without a reload (network.apply, writeFilter.apply); the settings in force when the file
 // has errors, so that a broken edit never turns into defaults.
 std::shared_ptr<const Settings> settingsFromFile();
+
+// The command line's settings for a command that needs them (velmorad token): the file and
+// --bind/--port read as for a start, every problem printed; false on errors.
+bool loadSettings(int argc, char** argv, Settings* settings);
 
 // The text written to lib/velmorad.properties when the home has none (and shipped as
 // /etc/velmorad/velmorad.properties).

@@ -7,7 +7,6 @@
 #include <velmora/http/HttpResponse.h>
 #include <velmora/log/FilteredLogBundle.h>
 #include <velmora/net/Icmp.h>
-#include <velmora/vre/Vre.h>
 #include <velmora/xml/XWriter.h>
 
 #include <cstdio>
@@ -33,23 +32,6 @@ velmorad::Daemon* running = nullptr;
 void onStop() {
     if (running != nullptr) running->stop();
     velmorad::endReloadWait();
-}
-
-// The settings from the file, then the command line's --bind and --port.
-velmorad::SettingsProblems settingsFor(const velmorad::CommandLine& cl, bool checkOnly,
-                                       velmorad::Settings* s) {
-    velmorad::SettingsProblems problems = velmorad::readSettings(s, checkOnly);
-    if (cl.hasBind) {
-        std::string numeric, why;
-        if (velmorad::resolveBindAddress(cl.bind, &numeric, &why)) {
-            s->bind = cl.bind;
-            s->bindAddress = numeric;
-        } else {
-            problems.errors.push_back("--bind: " + why);
-        }
-    }
-    if (cl.hasPort) s->port = cl.port;
-    return problems;
 }
 
 std::string sizeText(int64_t bytes) {
@@ -97,9 +79,7 @@ void reload(const velmorad::CommandLine& cl, velmorad::Settings* current,
             velmorad::RotatingLog* file, velmora::FilteredLogBundle* levels, velmora::Log* log) {
     file->reopen();
     velmorad::Settings fresh;
-    fresh.home = current->home;
-    fresh.config = current->config;
-    velmorad::SettingsProblems problems = settingsFor(cl, true, &fresh);
+    velmorad::SettingsProblems problems = velmorad::settingsFor(cl, true, &fresh);
     for (const std::string& w : problems.warnings)
         log->warning(w.c_str());
     if (!problems.errors.empty()) {
@@ -224,9 +204,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     velmorad::Settings settings;
-    settings.home = cl.hasHome ? cl.home : velmora::Vre::getInstance()->getKovaHome();
-    if (cl.hasConfig) settings.config = cl.config;
-    const velmorad::SettingsProblems problems = settingsFor(cl, cl.check, &settings);
+    const velmorad::SettingsProblems problems = velmorad::settingsFor(cl, cl.check, &settings);
     for (const std::string& w : problems.warnings) {
         std::fprintf(stderr, "velmorad: warning: %s\n", w.c_str());
     }
