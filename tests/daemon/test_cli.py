@@ -154,6 +154,7 @@ class CommandLineAndSettingsTest(unittest.TestCase):
                 if code != 0:
                     self.assertFalse(os.path.exists(os.path.join(home, "logs")),
                                      "a refused start must not set up logs")
+                    self.assertFalse(os.path.exists(os.path.join(config, "missing")))
             shutil.rmtree(home)
 
     def test_an_unreadable_settings_file_is_named_with_the_reason(self):

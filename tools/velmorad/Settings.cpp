@@ -107,6 +107,7 @@ const std::vector<Key>& keys() {
         textKey("trustedProxies", Kind::AddressList, &Settings::trustedProxies, true),
         boolKey("writeFilter.apply", &Settings::writeFilterApply, true),
         boolKey("network.apply", &Settings::networkApply, true),
+        intKey("network.confirmWithin", &Settings::networkConfirmWithin, 1, 3600, true),
         textKey("network.resolverPath", Kind::Path, &Settings::networkResolverPath),
         textKey("network.hostnamePath", Kind::Path, &Settings::networkHostnamePath),
     };

@@ -108,6 +108,7 @@ void reload(const velmorad::CommandLine& cl, velmorad::Settings* current,
     next.trustedProxies = fresh.trustedProxies;
     next.writeFilterApply = fresh.writeFilterApply;
     next.networkApply = fresh.networkApply;
+    next.networkConfirmWithin = fresh.networkConfirmWithin;
     *current = next;
     file->setLimits(next.logBackups, next.logMaxBytes);
     velmorad::publishSettings(next);
@@ -214,9 +215,12 @@ int main(int argc, char** argv) {
     int status;
     if (cl.check) {
         if (problems.empty()) {
-            std::printf("velmorad: %s: no problems; would listen on http://%s:%d/\n",
-                        settings.settingsFile().c_str(), settings.hostForUrl().c_str(),
-                        settings.port);
+            const bool missing = settings.config.empty() &&
+                                 !velmora::FileUtil::isFileRegular(settings.settingsFile().c_str());
+            std::printf("velmorad: %s: no problems%s; would listen on http://%s:%d/\n",
+                        settings.settingsFile().c_str(),
+                        missing ? " (not written yet: the built-in default)" : "",
+                        settings.hostForUrl().c_str(), settings.port);
         } else {
             std::printf("velmorad: %s: %zu error(s), %zu warning(s)\n",
                         settings.settingsFile().c_str(), problems.errors.size(),
