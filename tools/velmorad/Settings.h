@@ -35,6 +35,7 @@ struct Settings {
     std::string trustedProxies;  // addresses whose X-Forwarded-For names the client, commas
     bool writeFilterApply = false;    // POST /write-filter may set a boot command
     bool networkApply = false;        // POST /network may change the host
+    int networkConfirmWithin = 60;    // the settings page's confirmation window, s
     std::string networkResolverPath;  // where the resolver's file is (tests)
     std::string networkHostnamePath;  // where the host name file is (tests)
 
