@@ -309,6 +309,8 @@ for d in /usr/include/velmora "$libdir/cmake/VelmoraCommon"; do
     [ ! -e "$d" ] || fail "$d is left after apt-get remove"
 done
 [ "$(installed velmorad)" = config-files ] || fail "velmorad should keep only its settings"
+# The service's enablement stays for a reinstall (the debhelper way) until purged.
+[ -L "$wants" ] || fail "removing dropped the service's enablement"
 # State as the service leaves it (DynamicUser keeps it below /var/lib/private), made here
 # only when the machine has none of its own.
 fake_state=""
@@ -327,6 +329,8 @@ if [ -n "$fake_state" ]; then
 fi
 left=$(find /etc/systemd/system -name 'velmorad*' 2>/dev/null)
 [ -z "$left" ] || fail "systemd links left after purge: $left"
+[ ! -e /var/lib/systemd/deb-systemd-helper-enabled/velmorad.service.dsh-also ] ||
+    fail "deb-systemd-helper still tracks velmorad after purge"
 for p in "${packages[@]}"; do
     case "$(installed "$p")" in not-installed | "") ;; *) fail "$p is still known to dpkg" ;; esac
 done

@@ -52,8 +52,8 @@ CASES = [
     (["--check", "--config", "{config}"], "port 8081\n", 1, '"port 8081" is not of the form key=value'),
     (["--check", "--config", "{config}/missing"], None, 1, "missing: cannot be read: No such file"),
     # Not only checked: a start with any error refuses and says where to look.
-    (["--port", "0", "--bind", "999.1.1.1"], None, 1, "not started"),
-    (["--port", "0", "--config", "{config}"], "port=8081\nlogBackups=-1\n", 1,
+    (["--port", "0", "--bind", "999.1.1.1"], None, 78, "not started"),
+    (["--port", "0", "--config", "{config}"], "port=8081\nlogBackups=-1\n", 78,
      "logBackups: -1 is out of range"),
 ]
 

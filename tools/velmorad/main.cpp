@@ -231,7 +231,8 @@ int main(int argc, char** argv) {
         std::fprintf(stderr,
                      "velmorad: not started: correct %s (velmorad --check shows every problem)\n",
                      settings.settingsFile().c_str());
-        status = 1;
+        // EX_CONFIG: the unit does not restart a daemon whose settings are wrong.
+        status = 78;
     } else {
         status = serve(cl, settings);
     }
