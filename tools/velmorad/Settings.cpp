@@ -11,6 +11,7 @@
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <utility>
 
 #include "BindAddress.h"
 #include "SettingsText.h"
@@ -328,13 +329,13 @@ std::shared_ptr<const Settings> settingsFromFile() {
 }
 
 SettingsProblems applySettings(const std::string& text, const std::string& file, Settings* s) {
-    SettingsProblems out;
     SettingsText parsed = SettingsText::parse(text);
-    for (const SettingsText::Problem& p : parsed.problems) {
-        out.errors.push_back(file + ":" + std::to_string(p.line) + ": " + p.message);
-    }
+    // Errors in the order of their lines, whether the line's form or its value is wrong.
+    std::vector<std::pair<int, std::string>> errors;
+    for (const SettingsText::Problem& p : parsed.problems)
+        errors.push_back({p.line, p.message});
+    SettingsProblems out;
     for (const SettingsText::Entry& e : parsed.entries) {
-        const std::string where = file + ":" + std::to_string(e.line) + ": ";
         const Key* key = nullptr;
         for (const Key& k : keys()) {
             if (e.key == k.name) key = &k;
@@ -342,12 +343,17 @@ SettingsProblems applySettings(const std::string& text, const std::string& file,
         if (key == nullptr) {
             const std::string near = nearestKey(e.key);
             out.warnings.push_back(
-                where + "unknown key " + e.key +
+                file + ":" + std::to_string(e.line) + ": unknown key " + e.key +
                 (near.empty() ? " (ignored)" : " (ignored; did you mean " + near + "?)"));
             continue;
         }
         const std::string why = setValue(*key, e.value, s);
-        if (!why.empty()) out.errors.push_back(where + e.key + ": " + why);
+        if (!why.empty()) errors.push_back({e.line, e.key + ": " + why});
+    }
+    std::stable_sort(errors.begin(), errors.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    for (const auto& e : errors) {
+        out.errors.push_back(file + ":" + std::to_string(e.first) + ": " + e.second);
     }
     std::string numeric, why;
     if (resolveBindAddress(s->bind, &numeric, &why)) s->bindAddress = numeric;
