@@ -173,8 +173,13 @@ class CommandLineAndSettingsTest(unittest.TestCase):
 
 
 class RunningDaemonTest(unittest.TestCase):
+    def new_home(self, *args, **kwargs):
+        home = Home(*args, **kwargs)
+        self.addCleanup(shutil.rmtree, home.path, True)
+        return home
+
     def test_a_second_start_names_the_first_and_touches_nothing(self):
-        home = Home()
+        home = self.new_home()
         first = home.start()
         try:
             home.wait_in_log("started")
@@ -191,7 +196,7 @@ class RunningDaemonTest(unittest.TestCase):
         self.assertEqual(stop(home.start()), 0)
 
     def test_reload_takes_what_can_change_and_keeps_the_log_limit(self):
-        home = Home("logMaxBytes=10485760\nlogBackups=5\n", levels="velmorad=1\n")
+        home = self.new_home("logMaxBytes=10485760\nlogBackups=5\n", levels="velmorad=1\n")
         proc = home.start(env={"JOURNAL_STREAM": "8:1234"})
         try:
             self.assertIn("at most", proc.started)
@@ -212,7 +217,7 @@ class RunningDaemonTest(unittest.TestCase):
             home.wait_in_log("reload refused")
             # Many rotations within one second: each needs a name of its own, and only the
             # newest two backups stay.
-            home.write("logMaxBytes=2048\nlogBackups=2\n")
+            home.write("logMaxBytes=1024\nlogBackups=2\n")
             for _ in range(150):
                 proc.send_signal(signal.SIGHUP)
                 time.sleep(0.004)
@@ -226,14 +231,14 @@ class RunningDaemonTest(unittest.TestCase):
             with open(name, "rb") as f:
                 lines = f.read().splitlines(True)
             longest = max(len(line) for line in lines)
-            self.assertLessEqual(sum(len(line) for line in lines), 2048 + longest, name)
+            self.assertLessEqual(sum(len(line) for line in lines), 1024 + longest, name)
         journal = proc.journal
         self.assertIn("<4>velmorad: ", journal)  # warnings reach the journal with priority
         self.assertIn("<3>velmorad: reload refused", journal)
         self.assertNotIn("started", journal)
 
     def test_status_levels_and_write_filter_answers(self):
-        home = Home()
+        home = self.new_home()
         proc = home.start()
         try:
             code, body = request(proc.port, "/status")
