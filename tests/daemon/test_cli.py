@@ -48,7 +48,9 @@ CASES = [
     (["--check", "--config", "{config}"], "network.apply=yes\n", 1, '"yes" is not true or false'),
     (["--check", "--config", "{config}"], "trustedProxies=192.0.2.1, proxy\n", 1,
      '"proxy" is not a numeric IPv4 or IPv6 address'),
-    (["--check", "--config", "{config}"], "port=1\nport=2\n", 1, ":2: port is given twice (first on line 1)"),
+    (["--check", "--config", "{config}"], "port=1\nport=2\n", 1,
+     ":2: port is given again; this line replaces line 1"),
+    (["--check", "--config", "{config}"], "port=70000\nport=8082\n", 1, "would listen on http://127.0.0.1:8082/"),
     (["--check", "--config", "{config}"], "port 8081\n", 1, '"port 8081" is not of the form key=value'),
     (["--check", "--config", "{config}/missing"], None, 1, "missing: cannot be read: No such file"),
     # Not only checked: a start with any error refuses and says where to look.

@@ -335,6 +335,9 @@ SettingsProblems applySettings(const std::string& text, const std::string& file,
     for (const SettingsText::Problem& p : parsed.problems)
         errors.push_back({p.line, p.message});
     SettingsProblems out;
+    for (const SettingsText::Problem& w : parsed.warnings) {
+        out.warnings.push_back(file + ":" + std::to_string(w.line) + ": " + w.message);
+    }
     for (const SettingsText::Entry& e : parsed.entries) {
         const Key* key = nullptr;
         for (const Key& k : keys()) {

@@ -64,9 +64,10 @@ SettingsText SettingsText::parse(const std::string& text) {
             continue;
         }
         if (const Entry* before = out.find(entry.key)) {
-            out.problems.push_back({number, entry.key + " is given twice (first on line " +
-                                                std::to_string(before->line) + ")"});
-            continue;
+            out.warnings.push_back({number, entry.key +
+                                                " is given again; this line replaces line " +
+                                                std::to_string(before->line)});
+            out.entries.erase(out.entries.begin() + (before - out.entries.data()));
         }
         out.entries.push_back(std::move(entry));
     }

@@ -222,9 +222,12 @@ int main(int argc, char** argv) {
                         missing ? " (not written yet: the built-in default)" : "",
                         settings.hostForUrl().c_str(), settings.port);
         } else {
-            std::printf("velmorad: %s: %zu error(s), %zu warning(s)\n",
+            const std::string where =
+                "http://" + settings.hostForUrl() + ":" + std::to_string(settings.port) + "/";
+            std::printf("velmorad: %s: %zu error(s), %zu warning(s)%s\n",
                         settings.settingsFile().c_str(), problems.errors.size(),
-                        problems.warnings.size());
+                        problems.warnings.size(),
+                        problems.errors.empty() ? ("; would listen on " + where).c_str() : "");
         }
         status = problems.empty() ? 0 : 1;
     } else if (!problems.errors.empty()) {
