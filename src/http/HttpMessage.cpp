@@ -33,6 +33,31 @@ HeaderField* timeField(const char* name, const struct tm* time) {
     return new HeaderField(name, text);
 }
 
+// Serves a block of memory as the input of a socket; notes when a read went past its end.
+class MemoryInput : public SocketInput {
+public:
+    MemoryInput(const char* data, int length)
+        : SocketInput(nullptr, -1), data_(data), length_(length) {}
+    bool ranOut() const { return ranOut_; }
+    int consumed() const { return position_ - buffered(); }
+
+protected:
+    bool fillBuffer() override {
+        if (position_ >= length_) {
+            ranOut_ = true;
+            return false;
+        }
+        position_ += fillFrom(data_ + position_, length_ - position_);
+        return true;
+    }
+
+private:
+    const char* data_;
+    int length_;
+    int position_ = 0;
+    bool ranOut_ = false;
+};
+
 }  // namespace
 
 HttpMessage::HttpMessage(SocketInput* input, SocketOutput* output)
@@ -50,6 +75,15 @@ void HttpMessage::deleteFields() {
         first_ = next;
     }
     last_ = nullptr;
+}
+
+int HttpMessage::parse(const char* data, int length) {
+    deleteFields();
+    knownLength_ = false;
+    if (data == nullptr || length < 0) return -1;
+    MemoryInput in(data, length);
+    if (read(&in)) return in.consumed();
+    return in.ranOut() ? 0 : -1;
 }
 
 bool HttpMessage::read(SocketInput* in) {
@@ -180,6 +214,50 @@ int HttpMessage::getFieldInt(const char* name, int def) {
     if (text == nullptr) return def;
     int value = std::atoi(text);
     return (value == 0 && text[0] != '0') ? def : value;
+}
+
+int HttpMessage::getFieldCount() const {
+    int count = 0;
+    for (HeaderField* f = first_; f != nullptr; f = f->next_)
+        ++count;
+    return count;
+}
+
+HttpMessage::BodyLength HttpMessage::getBodyLength(int64_t limit, int64_t* length) {
+    *length = 0;
+    const char* first = nullptr;  // the digits of the first length, leading zeros skipped
+    bool tooLarge = false;
+    int64_t value = 0;
+    for (HeaderField* f = first_; f != nullptr; f = f->next_) {
+        if (!equalsIgnoreCase(f->getName(), "Content-Length")) continue;
+        const char* text = f->getValue();
+        if (text == nullptr || *text == '\0' || f->getAttributes()->getCount() != 0)
+            return kBadLength;
+        for (const char* c = text; *c != '\0'; ++c) {
+            if (*c < '0' || *c > '9') return kBadLength;
+        }
+        while (text[0] == '0' && text[1] != '\0')
+            ++text;
+        if (first != nullptr) {
+            if (std::strcmp(first, text) != 0) return kBadLength;
+            continue;
+        }
+        first = text;
+        for (const char* c = text; *c != '\0' && !tooLarge; ++c) {
+            int digit = *c - '0';
+            if (limit - digit < 0 || value > (limit - digit) / 10) {
+                tooLarge = true;
+            } else {
+                value = value * 10 + digit;
+            }
+        }
+    }
+    bool coded = getField("Transfer-Encoding") != nullptr;
+    if (first == nullptr) return coded ? kTransferCoded : kNoBody;
+    if (coded) return kBadLength;
+    if (tooLarge) return kTooLarge;
+    *length = value;
+    return kLength;
 }
 
 bool HttpMessage::getFieldBoolean(const char* name, bool def) {

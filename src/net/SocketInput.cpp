@@ -84,6 +84,14 @@ int SocketInput::receiveNow() {
     return -1;
 }
 
+int SocketInput::fillFrom(const char* data, int count) {
+    const int stored = count < kBufferSize ? (count > 0 ? count : 0) : kBufferSize;
+    if (stored > 0) std::memcpy(buffer_, data, static_cast<size_t>(stored));
+    readPosition_ = 0;
+    fillCount_ = stored;
+    return stored;
+}
+
 bool SocketInput::readByte(char* out) {
     if (readPosition_ >= fillCount_ && !fillBuffer()) return false;
     *out = buffer_[readPosition_++];

@@ -40,42 +40,33 @@ void SocketOutput::setFlushRetries(int retries) {
 bool SocketOutput::flush() {
     Hold hold(&mutex_);
     // Kept: without retries the buffered bytes are dropped and the flush counts as done.
-    if (flushRetries_ > 0) {
-        const netsys::Handle handle = socket_->getSocketHandle();
-        const int total = count_;
-        int sent = 0;
-        // The socket usually takes the bytes at once: a wait is made only when it does not.
-        if (total > 0) {
-            const int now = netsys::sendNow(handle, buffer_, total);
-            if (now == -1) {
-                socketError_ = true;
-                return false;
-            }
-            if (now > 0) sent = now;
-        }
-        int retries = flushRetries_;  // one budget for the whole flush, never refilled
-        while (sent < total && retries > 0) {
-            const int ready = netsys::waitWritable(handle, 1000);
-            if (ready < 0) {
-                socketError_ = true;
-                return false;
-            }
-            if (ready == 0) {
-                if (--retries == 0) {
-                    socketError_ = true;
-                    return false;
-                }
-                continue;
-            }
-            const int result = netsys::sendBytes(handle, buffer_ + sent, total - sent);
-            if (result < 0) {
-                socketError_ = true;
-                return false;
-            }
-            sent += result;
-        }
+    if (flushRetries_ > 0 && count_ > 0 && !deliver(buffer_, count_)) {
+        socketError_ = true;
+        return false;
     }
     count_ = 0;
+    return true;
+}
+
+bool SocketOutput::deliver(const char* data, int total) {
+    const netsys::Handle handle = socket_->getSocketHandle();
+    int sent = 0;
+    // The socket usually takes the bytes at once: a wait is made only when it does not.
+    const int now = netsys::sendNow(handle, data, total);
+    if (now == -1) return false;
+    if (now > 0) sent = now;
+    int retries = flushRetries_;  // one budget for the whole flush, never refilled
+    while (sent < total && retries > 0) {
+        const int ready = netsys::waitWritable(handle, 1000);
+        if (ready < 0) return false;
+        if (ready == 0) {
+            if (--retries == 0) return false;
+            continue;
+        }
+        const int result = netsys::sendBytes(handle, data + sent, total - sent);
+        if (result < 0) return false;
+        sent += result;
+    }
     return true;
 }
 

@@ -245,7 +245,10 @@ class RunningDaemonTest(unittest.TestCase):
         try:
             code, body = request(proc.port, "/status")
             self.assertEqual(ET.fromstring(body).get("version"), VERSION)
-            form = {"Content-Type": "application/x-www-form-urlencoded"}
+            with open(os.path.join(home.path, "lib", "velmorad.token")) as f:
+                token = f.read().strip()
+            form = {"Content-Type": "application/x-www-form-urlencoded",
+                    "Authorization": "Bearer " + token}
             code, body = request(proc.port, "/levels", b"name=velmorad&level=0", form)
             self.assertEqual(code, 200, body)
             levels = {e.get("name"): e.get("level") for e in ET.fromstring(body)}

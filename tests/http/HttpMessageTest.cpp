@@ -154,6 +154,49 @@ TEST(HttpMessage, ReadsHeadersUntilTheEmptyLine) {
     EXPECT_FALSE(noLf.read(bare.in()));
 }
 
+// The body length as a reader limited to 1000 bytes sees it: lengths never wrap, and heads
+// that two readers could frame differently are refused.
+TEST(HttpMessage, BodyLengthIsExactOrRefused) {
+    const struct {
+        const char* head;
+        HttpMessage::BodyLength kind;
+        int64_t length;
+    } cases[] = {
+        {"Host: a\r\n", HttpMessage::kNoBody, 0},
+        {"content-length: 17\r\n", HttpMessage::kLength, 17},
+        {"Content-Length: 1000\r\n", HttpMessage::kLength, 1000},
+        {"Content-Length: 0001000\r\n", HttpMessage::kLength, 1000},
+        {"Content-Length: 1001\r\n", HttpMessage::kTooLarge, 0},
+        {"Content-Length: 4294967301\r\n", HttpMessage::kTooLarge, 0},            // 2^32 + 5
+        {"Content-Length: 18446744073709551621\r\n", HttpMessage::kTooLarge, 0},  // 2^64 + 5
+        {"Content-Length: 5\r\nContent-Length: 005\r\n", HttpMessage::kLength, 5},
+        {"Content-Length: 5\r\nContent-Length: 6\r\n", HttpMessage::kBadLength, 0},
+        {"Content-Length: 5\r\nContent-Length: 4294967301\r\n", HttpMessage::kBadLength, 0},
+        {"Content-Length: 5, 6\r\n", HttpMessage::kBadLength, 0},
+        {"Content-Length: -5\r\n", HttpMessage::kBadLength, 0},
+        {"Content-Length: 5x\r\n", HttpMessage::kBadLength, 0},
+        {"Content-Length: 5\r\nTransfer-Encoding: chunked\r\n", HttpMessage::kBadLength, 0},
+        {"Transfer-Encoding: chunked\r\n", HttpMessage::kTransferCoded, 0},
+    };
+    for (const auto& c : cases) {
+        Wire wire;
+        ASSERT_TRUE(wire.pair.accepted);
+        wire.send(std::string(c.head) + "\r\n");
+        HttpMessage m(nullptr, nullptr);
+        ASSERT_TRUE(m.read(wire.in())) << c.head;
+        int64_t length = -1;
+        EXPECT_EQ(m.getBodyLength(1000, &length), c.kind) << c.head;
+        EXPECT_EQ(length, c.length) << c.head;
+    }
+    HttpMessage none(nullptr, nullptr);
+    int64_t length = -1;
+    none.addField("Content-Length", "5");
+    EXPECT_EQ(none.getBodyLength(0, &length), HttpMessage::kTooLarge) << "nothing fits in 0";
+    none.addField("X", "y");
+    none.addField(new HeaderField("no colon"));
+    EXPECT_EQ(none.getFieldCount(), 3) << "what was added, named or not";
+}
+
 TEST(HttpRequest, RequestLineGivesMethodPathQueryAndVersion) {
     Wire wire;
     ASSERT_TRUE(wire.pair.accepted);
@@ -298,4 +341,49 @@ TEST(HttpLog, StreamsEntriesAsOneDocument) {
     HttpLog silent(nullptr);
     silent.message("nowhere");  // no response: nothing written, nothing fails
     EXPECT_EQ(silent.getEntryCount(), 0);
+}
+
+// A head gathered piece by piece, as an event loop gets it: incomplete until its empty
+// line, then the same fields as a socket read; what follows the head is left for the body.
+TEST(HttpRequest, ParsesAHeadFromMemoryAsItArrives) {
+    const std::string head = "POST /levels?name=a HTTP/1.1\r\nHost: x\r\nContent-Length: 3\r\n\r\n";
+    const std::string all = head + "abc";
+    for (size_t cut = 0; cut < head.size(); ++cut) {
+        HttpRequest partial(nullptr);
+        EXPECT_EQ(partial.parse(all.data(), static_cast<int>(cut)), 0) << cut;
+    }
+    HttpRequest request(nullptr);
+    ASSERT_EQ(request.parse(all.data(), static_cast<int>(all.size())),
+              static_cast<int>(head.size()));
+    EXPECT_STREQ(request.getMethod(), "POST");
+    EXPECT_STREQ(request.getDecodedURI(), "/levels");
+    EXPECT_STREQ(request.getEncodedQuery(), "name=a");
+    EXPECT_STREQ(request.getVersion(), "HTTP/1.1");
+    EXPECT_EQ(request.getFieldInt("content-length", 0), 3);
+    // Parsed again (more bytes came), the fields are not doubled.
+    ASSERT_GT(request.parse(all.data(), static_cast<int>(all.size())), 0);
+    int fields = 0;
+    for (HeaderField* f = request.getFirstField(); f != nullptr; f = f->getNext())
+        ++fields;
+    EXPECT_EQ(fields, 2);
+
+    // Refused at once, before the end arrives: a target longer than the parser takes (the
+    // method was read, the target not), a header line too long, a CR without LF.
+    HttpRequest longTarget(nullptr);
+    const std::string target = "GET /" + std::string(3000, 'a');
+    EXPECT_EQ(longTarget.parse(target.data(), static_cast<int>(target.size())), -1);
+    EXPECT_STREQ(longTarget.getMethod(), "GET");
+    EXPECT_EQ(longTarget.getEncodedURI(), nullptr);
+    const std::string longLine = "GET / HTTP/1.1\r\nX: " + std::string(3000, 'v');
+    EXPECT_EQ(HttpRequest(nullptr).parse(longLine.data(), static_cast<int>(longLine.size())), -1);
+    const std::string bare = "GET / HTTP/1.1\rX\r\n\r\n";
+    EXPECT_EQ(HttpRequest(nullptr).parse(bare.data(), static_cast<int>(bare.size())), -1);
+    // A head longer than one buffer of the socket input reads whole.
+    std::string big = "GET / HTTP/1.1\r\n";
+    for (int i = 0; i < 60; ++i)
+        big += "X-Field-" + std::to_string(i) + ": " + std::string(100, 'v') + "\r\n";
+    big += "\r\n";
+    HttpRequest many(nullptr);
+    EXPECT_EQ(many.parse(big.data(), static_cast<int>(big.size())), static_cast<int>(big.size()));
+    EXPECT_STREQ(many.getField("X-Field-59"), std::string(100, 'v').c_str());
 }

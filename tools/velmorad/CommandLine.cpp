@@ -15,6 +15,7 @@ namespace {
 const char kUsage[] =
     "usage: velmorad [--bind ADDR] [--port N] [--home DIR] [--config FILE]\n"
     "       velmorad --check [--config FILE] [--home DIR]\n"
+    "       velmorad token [--new] [--home DIR] [--config FILE]\n"
     "       velmorad --help | --version\n"
     "Serves the platform's HTTP interface (default http://127.0.0.1:8080/) from a home\n"
     "directory: VELMORA_HOME, else the current directory.\n"
@@ -26,6 +27,8 @@ const char kUsage[] =
     "                 exit 0 when there is none and 1 otherwise\n"
     "  --help         this text\n"
     "  --version      the version\n"
+    "velmorad token prints the token that changes need (made when missing); --new\n"
+    "replaces it.\n"
     "SIGHUP reloads the settings that can change while running and reopens the logs;\n"
     "SIGINT and SIGTERM stop. See velmorad(8) and velmorad.properties(5).\n";
 

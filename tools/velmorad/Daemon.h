@@ -1,6 +1,12 @@
-// The daemon: a listener and a pool of connection threads (one connection per thread at a
-// time, at most the connection cap), requests read with a deadline, answers from the
-// routes, keep-alive while both sides allow it.
+// The daemon: one event loop thread owns the listener and every connection. It reads
+// request heads and bodies without blocking, answers the routes that are quick on the
+// spot, hands the routes that block to a small worker pool, and sends every answer itself.
+// A connection costs memory, not a thread, so connections are limited by maxConnections
+// (and the descriptor limit) alone. Deadlines per connection: the head of a request, the
+// silence of an idle keep-alive connection, a client that does not read its answer.
+//
+// A stop (SIGTERM) closes the listener at once, lets the requests in flight finish for up
+// to stopGraceMs, then cuts what is left, waits for the workers and returns.
 #pragma once
 
 #include <velmora/log/FilteredLogBundle.h>
@@ -8,79 +14,94 @@
 #include <velmora/net/ServerSocket.h>
 
 #include <atomic>
-#include <condition_variable>
+#include <chrono>
 #include <cstdint>
 #include <ctime>
-#include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "AccessLog.h"
+#include "Poller.h"
 #include "Settings.h"
-
-namespace velmora {
-class Socket;
-}
+#include "WorkerPool.h"
 
 namespace velmorad {
 
-class DeadlineInput;
+struct Connection;
 
 class Daemon {
 public:
+    using Clock = std::chrono::steady_clock;
+
     Daemon(const Settings& settings, velmora::Log* log, velmora::FilteredLogBundle* levels);
     ~Daemon();
 
-    // Binds the listener; false (reported to the log) when the address cannot be had.
+    // Binds the listener and makes the loop's poller; false (reported to the log) when
+    // either cannot be had.
     bool listen();
     int getPort() const { return port_; }
-    // Accepts until stop() is called, then waits for open connections to finish.
+    // Serves until stop() is called, then stops as described above.
     void run();
-    // Safe from a signal handler: sets a flag and interrupts the listener.
+    // Safe from a signal handler: sets a flag and wakes the loop.
     void stop();
+    // Connections still open when the stop's grace ran out (valid after run()).
+    int connectionsCut() const { return cut_; }
 
     const Settings& settings() const { return settings_; }
     velmora::FilteredLogBundle* levels() const { return levels_; }
     velmora::Log* log() const { return log_; }
-    velmora::Log* accessLog() const { return access_; }
     int64_t uptimeSeconds() const { return static_cast<int64_t>(std::time(nullptr) - started_); }
     long requestsServed() const { return served_.load(); }
     int connectionsOpen() const { return open_.load(); }
     void countRequest() { ++served_; }
 
+    // From a worker: the connection has news in its mailbox (or its worker is done).
+    void post(Connection* c);
+
 private:
-    bool placeFree();                    // false: over the cap (after a short wait for a place)
-    void hand(velmora::Socket* socket);  // to an idle connection thread, or a new one
-    void work();                         // a connection thread: serves queued connections
-    void serve(velmora::Socket* socket);
-    void refuse(velmora::Socket* socket);
-    void lingeringClose(velmora::Socket* socket, DeadlineInput& in);
+    void acceptAll();
+    void refuse(uint64_t handle);
+    void onEvent(Connection* c, int ready, bool hangup);
+    void receive(Connection* c);
+    void advance(Connection* c);
+    bool readHead(Connection* c);
+    void startRequest(Connection* c, int headLength);
+    void dispatch(Connection* c);
+    void finish(Connection* c);
+    void answerRefused(Connection* c, int status, const char* message);
+    void send(Connection* c);
+    void sent(Connection* c);
+    void pullMailbox(Connection* c);
+    void takePosted();
+    void watch(Connection* c, int interest);
+    void close(Connection* c);
+    void destroy(Connection* c);
+    void sweep(Clock::time_point now);
+    void beginStop();
+    void logRequest(Connection* c, int status, long bytes);
 
     Settings settings_;
     velmora::Log* log_;
     velmora::FilteredLogBundle* levels_;
-    velmora::Log* access_;
+    AccessLog access_;
     std::unique_ptr<velmora::ServerSocket> server_;
-    uint64_t listenHandle_ = 0;
+    std::unique_ptr<Poller> poller_;
+    std::unique_ptr<WorkerPool> workers_;
+    uint64_t listenHandle_ = ~static_cast<uint64_t>(0);
     int port_ = -1;
     std::time_t started_;
     std::atomic<bool> stopping_{false};
+    bool stopBegun_ = false;
+    Clock::time_point stopDeadline_;
     std::atomic<int> open_{0};
     std::atomic<long> served_{0};
+    int cut_ = 0;
+    std::vector<Connection*> connections_;
 
-    // Connection threads are started as the load needs them and then kept: starting a
-    // thread for every connection cost more than serving its request.
-    std::mutex poolMutex_;
-    std::condition_variable poolWake_;
-    std::deque<velmora::Socket*> queue_;
-    std::vector<std::thread> workers_;
-    size_t idle_ = 0;       // threads waiting for a connection
-    size_t returning_ = 0;  // threads closing a connection, about to take the next
-    bool draining_ = false;
-    std::condition_variable placeFreed_;
-    bool listenerWaiting_ = false;
+    std::mutex postMutex_;
+    std::vector<Connection*> posted_;
 };
 
 }  // namespace velmorad

@@ -82,7 +82,6 @@ std::string Exchange::param(const char* name, const char* def) const {
 }
 
 void Exchange::reply(int code, const char* type, const std::string& body, bool close) {
-    velmora::SocketOutput* out = socket->getOutput();
     if (out == nullptr) return;
     status = code;
     if (close) keepAlive = false;
@@ -93,6 +92,8 @@ void Exchange::reply(int code, const char* type, const std::string& body, bool c
     response.setField("Content-Type", type);
     response.setFieldInt("Content-Length", static_cast<int>(body.size()));
     if (allow != nullptr) response.setField("Allow", allow);
+    for (const auto& f : fields)
+        response.setField(f.first.c_str(), f.second.c_str());
     if (!keepAlive) {
         response.setField("Connection", "close");
     } else if (request != nullptr && std::strcmp(request->getVersion(), "HTTP/1.0") == 0) {
@@ -111,7 +112,6 @@ void Exchange::replyError(int code, const char* message) {
 }
 
 void Exchange::beginStream(int code, const char* type) {
-    velmora::SocketOutput* out = socket->getOutput();
     if (out == nullptr) return;
     status = code;
     keepAlive = false;
@@ -121,6 +121,7 @@ void Exchange::beginStream(int code, const char* type) {
     stampDate(response);
     response.setField("Content-Type", type);
     response.commit();  // no length: the head says "Connection: close"
+    streamStart = out->delivered();
 }
 
 std::string xmlEscape(const std::string& text) {

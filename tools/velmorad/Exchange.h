@@ -3,17 +3,24 @@
 
 #include <velmora/http/HttpRequest.h>
 #include <velmora/http/HttpResponse.h>
-#include <velmora/net/Socket.h>
 
 #include <string>
+#include <utility>
+#include <vector>
+
+#include "ReplyOutput.h"
 
 namespace velmorad {
 
 class Daemon;
 
+// A route writes its answer through reply, replyError or beginStream (then the body into
+// out, flushing as it goes); never to the connection itself, which belongs to the event
+// loop. Routes that block run on a worker thread: their output reaches the loop, which
+// sends it.
 struct Exchange {
     Daemon* daemon;
-    velmora::Socket* socket;
+    ReplyOutput* out;  // the answer's bytes, sent by the event loop
     velmora::HttpRequest* request;
     bool head;       // HEAD: the head of the GET answer, no body
     bool keepAlive;  // the client allows another request on this connection
@@ -21,6 +28,10 @@ struct Exchange {
     long bytes = 0;
     const char* allow = nullptr;  // the methods an answer 405 names
     std::string requestBody{};    // the request body (Content-Length bytes)
+    std::string peer{};           // the client's numeric address
+    std::string client{};         // who asked: the peer, or whom a trusted proxy names (the guard)
+    long streamStart = -1;        // bytes of out before a streamed body began
+    std::vector<std::pair<std::string, std::string>> fields{};  // further fields of the answer
 
     // The value of a query parameter, decoded; `def` when absent.
     std::string query(const char* name, const char* def) const;
@@ -34,10 +45,13 @@ struct Exchange {
     void beginStream(int status, const char* type);
 };
 
-// Answers one request (every endpoint, 404, 405). False when the connection must close.
+// Answers one request (every endpoint, 404, 405).
 void route(Exchange& x);
 // The decoded value of `name` in "a=1&b=2" (a query or a form body), `def` when absent.
 std::string formValue(const char* encoded, const char* name, const char* def);
+// Whether the request's route may block (waits on the network, changes the host, writes
+// a file): such requests are answered on a worker thread, all others on the event loop.
+bool routeBlocks(const Exchange& x);
 // Escapes text for an XML attribute or element.
 std::string xmlEscape(const std::string& text);
 

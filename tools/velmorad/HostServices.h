@@ -30,5 +30,24 @@ void shutdownSend(uint64_t handle);
 bool setReceiveTimeout(uint64_t handle, int ms);
 // Universal time, thread-safe.
 bool utcTime(std::time_t t, struct tm* out);
+// Local time and its offset east of universal time in seconds, thread-safe.
+bool localTime(std::time_t t, struct tm* out, long* offsetSeconds);
+
+// Non-blocking socket calls of the event loop. A handle of all ones is no handle.
+const uint64_t kNoHandle = ~static_cast<uint64_t>(0);
+// Receive or send would have to wait.
+const int kWouldBlock = -2;
+bool setNonBlocking(uint64_t handle);
+// A connection waiting on the listener, made non-blocking and without Nagle delay, with
+// the peer's numeric address in `peer`; kNoHandle when none waits (or the accept failed).
+uint64_t acceptNow(uint64_t listener, char* peer, int size);
+// > 0: bytes received; 0: the peer closed; kWouldBlock; -1: the connection failed.
+int receiveSome(uint64_t handle, char* buffer, int size);
+// > 0: bytes sent; kWouldBlock; -1: the connection failed.
+int sendSome(uint64_t handle, const char* data, int size);
+void closeHandle(uint64_t handle);
+// Raises the process's limit of open descriptors towards `wanted` where the system allows;
+// the limit in effect afterwards.
+long raiseDescriptorLimit(long wanted);
 
 }  // namespace velmorad

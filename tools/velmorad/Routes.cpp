@@ -10,9 +10,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "Daemon.h"
 #include "Exchange.h"
+#include "Guard.h"
 #include "NetworkRoutes.h"
 #include "Reports.h"
 #include "WriteFilterRoutes.h"
@@ -94,10 +96,23 @@ void ping(Exchange& x) {
     x.reply(200, "text/xml", body);
 }
 
+// The hosts of a comma list, without the empty ones.
+std::vector<std::string> hostList(const std::string& text) {
+    std::vector<std::string> hosts;
+    size_t start = 0;
+    while (start <= text.size()) {
+        size_t comma = text.find(',', start);
+        if (comma == std::string::npos) comma = text.size();
+        if (comma > start) hosts.push_back(text.substr(start, comma - start));
+        start = comma + 1;
+    }
+    return hosts;
+}
+
 void pingAll(Exchange& x) {
-    std::string hosts = x.query("hosts", "");
+    std::vector<std::string> hosts = hostList(x.query("hosts", ""));
     if (hosts.empty()) {
-        x.replyError(400, "the parameter hosts is missing");
+        x.replyError(400, "the parameter hosts names no host");
         return;
     }
     x.status = 200;
@@ -107,15 +122,11 @@ void pingAll(Exchange& x) {
     // host as it is answered.
     x.beginStream(200, "text/xml");
     if (x.head) return;
-    BodyOnlyResponse body(x.socket->getOutput());
+    BodyOnlyResponse body(x.out);
     velmora::HttpLog log(&body);
-    size_t start = 0;
-    while (start <= hosts.size()) {
-        size_t comma = hosts.find(',', start);
-        std::string host =
-            hosts.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
-        start = comma == std::string::npos ? hosts.size() + 1 : comma + 1;
-        if (host.empty()) continue;
+    for (const std::string& host : hosts) {
+        // A client gone or a stop that cut the connection ends the list.
+        if (x.out->getSocketError()) break;
         std::string why;
         int ms = pingOnce(host, 2, &why);
         if (ms >= 0) {
@@ -130,7 +141,7 @@ void pingAll(Exchange& x) {
                                          text.c_str());
             log.error(&entry);
         }
-        x.socket->getOutput()->flush();  // each answer reaches the client as it comes
+        x.out->flush();  // each answer reaches the client as it comes
     }
 }
 
@@ -195,7 +206,20 @@ void methodNotAllowed(Exchange& x, const char* allow) {
 
 }  // namespace
 
+bool routeBlocks(const Exchange& x) {
+    std::string path = x.request->getDecodedURI();
+    bool get = std::strcmp(x.request->getMethod(), "GET") == 0 || x.head;
+    // Quick: the status, the levels read, the pages, error answers. Everything that waits
+    // on the network, touches the host or saves a file goes to a worker.
+    if (path == "/ping" || path == "/ping-all" || path.compare(0, 8, "/network") == 0 ||
+        path == "/write-filter") {
+        return true;
+    }
+    return path == "/levels" && !get;
+}
+
 void route(Exchange& x) {
+    if (!Guard::check(x)) return;
     const char* method = x.request->getMethod();
     bool get = std::strcmp(method, "GET") == 0 || x.head;
     std::string path = x.request->getDecodedURI();

@@ -11,6 +11,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <thread>
@@ -18,12 +19,14 @@
 #include "BindAddress.h"
 #include "CommandLine.h"
 #include "Daemon.h"
+#include "Guard.h"
 #include "HostServices.h"
 #include "InstanceLock.h"
 #include "ReloadSignal.h"
 #include "RotatingLog.h"
 #include "Settings.h"
 #include "SettingsText.h"
+#include "Token.h"
 
 namespace {
 
@@ -103,9 +106,6 @@ void reload(const velmorad::CommandLine& cl, velmorad::Settings* current,
     velmorad::Settings next = *current;
     next.logBackups = fresh.logBackups;
     next.logMaxBytes = fresh.logMaxBytes;
-    next.authReads = fresh.authReads;
-    next.allowedHosts = fresh.allowedHosts;
-    next.trustedProxies = fresh.trustedProxies;
     next.writeFilterApply = fresh.writeFilterApply;
     next.networkApply = fresh.networkApply;
     next.networkConfirmWithin = fresh.networkConfirmWithin;
@@ -142,6 +142,16 @@ int serve(const velmorad::CommandLine& cl, velmorad::Settings settings) {
     velmora::Log* log = levels.get("velmorad");
     // A first start leaves a levels file that names the daemon's logs, ready to edit.
     if (!velmora::FileUtil::isFileRegular(settings.levelsFile().c_str())) levels.save();
+    velmorad::Token token(settings.tokenPath());
+    bool created = false;
+    std::string problem;
+    if (!token.open(false, &created, &problem)) {
+        std::fprintf(stderr, "velmorad: %s\n", problem.c_str());
+        return 1;
+    }
+    if (created) log->message(("velmorad: wrote a new token to " + token.path()).c_str());
+    velmorad::Guard guard(settings, &token, log);
+    velmorad::Guard::install(&guard);
     int status = 0;
     {
         velmorad::Daemon daemon(settings, log, &levels);
@@ -177,16 +187,20 @@ int serve(const velmorad::CommandLine& cl, velmorad::Settings settings) {
             daemon.run();
             velmorad::endReloadWait();
             reloader.join();
-            log->message("velmorad stopped");
+            std::string stopped = "velmorad stopped; connections cut at the end of the grace: " +
+                                  std::to_string(daemon.connectionsCut());
+            log->message(stopped.c_str());
             running = nullptr;
         }
     }
+    velmorad::Guard::install(nullptr);
     return status;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc > 1 && std::strcmp(argv[1], "token") == 0) return velmorad::tokenCommand(argc, argv);
     const velmorad::CommandLine cl = velmorad::CommandLine::parse(argc, argv);
     if (!cl.error.empty()) {
         std::fprintf(stderr, "velmorad: %s\nTry velmorad --help.\n", cl.error.c_str());
@@ -236,6 +250,8 @@ int main(int argc, char** argv) {
                      settings.settingsFile().c_str());
         // EX_CONFIG: the unit does not restart a daemon whose settings are wrong.
         status = 78;
+    } else if (!velmorad::mayListen(settings)) {
+        status = 2;
     } else {
         status = serve(cl, settings);
     }

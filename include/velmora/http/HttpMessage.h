@@ -9,6 +9,7 @@
 //   response.commit();  // head written and flushed
 #pragma once
 
+#include <cstdint>
 #include <ctime>
 
 #include <velmora/http/HeaderField.h>
@@ -31,6 +32,12 @@ public:
     // line of 2080 characters or more, or a CR not followed by LF; the fields read so far
     // stay. Lines without a name are dropped; continuation lines are not joined.
     bool read(SocketInput* in);
+    // The same reading from bytes in memory, for a server that gathers a head without
+    // blocking: the number of bytes the head took (its empty line included) once it is
+    // complete; 0 when the bytes end before the head does (parse again with more); -1 when
+    // the head is malformed or over-long (what read would refuse). The header list is
+    // emptied first, so that a head can be parsed again as more of it arrives.
+    int parse(const char* data, int length);
     // The intro line, every field, the extra fields, an empty line; then a flush.
     bool write(SocketOutput* out);
     // Marks the message committed (once) and writes it as the kind of message decides;
@@ -63,6 +70,18 @@ public:
     // 0 when the field holds a header date, else -1.
     int getFieldTime(const char* name, struct tm* out);
     HeaderField* getFirstField() const { return first_; }
+    // The number of fields in the list.
+    int getFieldCount() const;
+
+    // What the head says about the body that follows it, for a reader that takes at most
+    // `limit` bytes. "Content-Length" must be decimal digits alone; it is read without
+    // wrapping, so a value beyond `limit` (however many digits) is kTooLarge and never a
+    // smaller number. Several "Content-Length" fields must agree, and a message may not
+    // carry both a length and "Transfer-Encoding": either is kBadLength, since two readers
+    // of such a message can disagree on where it ends. `length` gets the length for
+    // kLength and 0 otherwise.
+    enum BodyLength { kNoBody, kLength, kTooLarge, kBadLength, kTransferCoded };
+    BodyLength getBodyLength(int64_t limit, int64_t* length);
 
     // Whether the connection should close after this message: with a known length, whether
     // "Connection" says "close"; without one, the field "Connection: close" is set and the

@@ -50,6 +50,11 @@ protected:
     // buffer; 0: the socket's receive time-out expired, which leaves no error; < 0: the
     // peer closed or the receive failed, and the error is set.
     int receiveNow();
+    // For subclasses that read from elsewhere (memory): stores up to the buffer's room of
+    // `count` bytes as the next block to read and returns how many were stored.
+    int fillFrom(const char* data, int count);
+    // Bytes received into the buffer and not read yet.
+    int buffered() const { return fillCount_ - readPosition_; }
     friend class Socket;
 
 private:

@@ -40,6 +40,11 @@ public:
 
 protected:
     explicit SocketOutput(Socket* socket);
+    // Hands the buffered bytes on; called by flush with the output's lock held. This one
+    // sends them to the socket, waiting up to a second at a time while it takes none, for
+    // at most the flush retries in all. A subclass may deliver them elsewhere (to memory
+    // that an event loop sends from). False sets the sticky error.
+    virtual bool deliver(const char* data, int count);
     friend class Socket;
 
 private:

@@ -1,10 +1,16 @@
 #include "HostServices.h"
 
+#include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <unistd.h>
+
+#include <cerrno>
 
 namespace velmorad {
 
@@ -63,6 +69,72 @@ bool setReceiveTimeout(uint64_t handle, int ms) {
 
 bool utcTime(std::time_t t, struct tm* out) {
     return gmtime_r(&t, out) != nullptr;
+}
+
+bool localTime(std::time_t t, struct tm* out, long* offsetSeconds) {
+    if (localtime_r(&t, out) == nullptr) return false;
+    *offsetSeconds = out->tm_gmtoff;
+    return true;
+}
+
+bool setNonBlocking(uint64_t handle) {
+    int fd = static_cast<int>(handle);
+    int flags = fcntl(fd, F_GETFL, 0);
+    return flags >= 0 && fcntl(fd, F_SETFL, flags | O_NONBLOCK) == 0;
+}
+
+uint64_t acceptNow(uint64_t listener, char* peer, int size) {
+    sockaddr_storage address = {};
+    socklen_t length = sizeof address;
+    int fd = accept4(static_cast<int>(listener), reinterpret_cast<sockaddr*>(&address), &length,
+                     SOCK_NONBLOCK | SOCK_CLOEXEC);
+    if (fd < 0) return kNoHandle;
+    int on = 1;
+    setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    peer[0] = '\0';
+    if (address.ss_family == AF_INET) {
+        inet_ntop(AF_INET, &reinterpret_cast<sockaddr_in*>(&address)->sin_addr, peer,
+                  static_cast<socklen_t>(size));
+    } else if (address.ss_family == AF_INET6) {
+        inet_ntop(AF_INET6, &reinterpret_cast<sockaddr_in6*>(&address)->sin6_addr, peer,
+                  static_cast<socklen_t>(size));
+    }
+    return static_cast<uint64_t>(fd);
+}
+
+int receiveSome(uint64_t handle, char* buffer, int size) {
+    for (;;) {
+        ssize_t n = recv(static_cast<int>(handle), buffer, static_cast<size_t>(size), 0);
+        if (n >= 0) return static_cast<int>(n);
+        if (errno == EINTR) continue;
+        return errno == EAGAIN || errno == EWOULDBLOCK ? kWouldBlock : -1;
+    }
+}
+
+int sendSome(uint64_t handle, const char* data, int size) {
+    for (;;) {
+        ssize_t n = send(static_cast<int>(handle), data, static_cast<size_t>(size), MSG_NOSIGNAL);
+        if (n >= 0) return static_cast<int>(n);
+        if (errno == EINTR) continue;
+        return errno == EAGAIN || errno == EWOULDBLOCK ? kWouldBlock : -1;
+    }
+}
+
+void closeHandle(uint64_t handle) {
+    close(static_cast<int>(handle));
+}
+
+long raiseDescriptorLimit(long wanted) {
+    rlimit limit = {};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return -1;
+    if (limit.rlim_cur != RLIM_INFINITY && limit.rlim_cur < static_cast<rlim_t>(wanted)) {
+        rlim_t raised = static_cast<rlim_t>(wanted);
+        if (limit.rlim_max != RLIM_INFINITY && raised > limit.rlim_max) raised = limit.rlim_max;
+        limit.rlim_cur = raised;
+        setrlimit(RLIMIT_NOFILE, &limit);
+        getrlimit(RLIMIT_NOFILE, &limit);
+    }
+    return limit.rlim_cur == RLIM_INFINITY ? wanted : static_cast<long>(limit.rlim_cur);
 }
 
 void setNoDelay(uint64_t handle) {
