@@ -264,6 +264,10 @@ class RunningDaemonTest(unittest.TestCase):
             code, body = request(proc.port, "/write-filter?drive=C")
             self.assertEqual((code, ET.fromstring(body).get("message")),
                              (503, "the write filter is not available on this system"))
+            # A switch written with spaces is on, as --check reads it, without a restart.
+            home.write("writeFilter.apply = true\n")
+            code, body = request(proc.port, "/write-filter?drive=C&command=1", b"", form)
+            self.assertEqual(code, 503, body)
         finally:
             self.assertEqual(stop(proc), 0)
 
