@@ -21,8 +21,16 @@ install(FILES ${PROJECT_BINARY_DIR}/VelmoraCommonConfig.cmake
     COMPONENT dev)
 
 if(NOT WIN32)
-    # Relocatable: the prefix is found from where the .pc file lies.
-    file(RELATIVE_PATH velmora_pc_up /r/${CMAKE_INSTALL_LIBDIR}/pkgconfig /r)
+    # Relocatable by default: the prefix is found from where the .pc file lies, so that a
+    # tree installed anywhere works. A distribution package states its prefix instead, so
+    # that pkg-config prints the plain system directories (and leaves them out of flags).
+    option(VELMORA_PC_RELOCATABLE "pkg-config file finds its prefix from where it lies" ON)
+    if(VELMORA_PC_RELOCATABLE)
+        file(RELATIVE_PATH velmora_pc_up /r/${CMAKE_INSTALL_LIBDIR}/pkgconfig /r)
+        set(velmora_pc_prefix "\${pcfiledir}/${velmora_pc_up}")
+    else()
+        set(velmora_pc_prefix ${CMAKE_INSTALL_PREFIX})
+    endif()
     configure_file(cmake/velmora-common.pc.in ${PROJECT_BINARY_DIR}/velmora-common.pc @ONLY)
     install(FILES ${PROJECT_BINARY_DIR}/velmora-common.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)

@@ -7,12 +7,14 @@
 set -euo pipefail
 
 run_packages=(cmake ninja-build g++ pkg-config)
-# dpkg-shlibdeps (dpkg-dev) and file make the Debian packages' dependencies.
-package_packages=("${run_packages[@]}" dpkg-dev file g++-mingw-w64-x86-64-posix)
+# debhelper builds the Debian packages (dpkg-dev, file for their dependencies), scdoc their
+# manual pages; lintian checks them.
+package_packages=("${run_packages[@]}" dpkg-dev debhelper file scdoc lintian
+    g++-mingw-w64-x86-64-posix)
 test_packages=("${run_packages[@]}" googletest libgtest-dev libgmock-dev libbenchmark-dev
     clang libclang-rt-14-dev clang-format g++-mingw-w64-x86-64-posix wine wine64
     libexpat1-dev libpugixml-dev libssl-dev default-jdk-headless python3 curl iproute2
-    dpkg-dev file systemd util-linux nginx-light openssl)
+    dpkg-dev debhelper file scdoc lintian systemd util-linux nginx-light openssl)
 
 case "${1:-test}" in
     run) wanted=("${run_packages[@]}") ;;

@@ -1,16 +1,19 @@
 #!/usr/bin/env bash
-# The "package" stage: builds the packages (scripts/package.sh) and checks them the way a
-# user meets them.
-#   - the Debian packages' fields and file lists (dpkg-deb);
+# The "package" stage: builds the packages (scripts/package.sh, which also runs lintian) and
+# checks them the way a user meets them.
+#   - the Debian packages' fields, dependencies from the symbols files, the ldconfig trigger
+#     and file lists (dpkg-deb);
 #   - installed with apt-get: a consumer builds through find_package and through pkg-config;
-#   - the service unit passes `systemd-analyze verify` (offline: no running systemd needed);
+#   - the service unit passes `systemd-analyze verify` and rates 2.0 or better in
+#     `systemd-analyze security` (both offline: no running systemd needed);
 #   - the installed daemon, started as the unit starts it (a user id of its own, only
 #     CAP_NET_RAW, the unit's command line, a read-only system but for its state directory),
 #     answers /status and pings 127.0.0.1, and the same start without the capability cannot;
-#   - removed, nothing is left but the settings file; purged, not even that;
+#   - an upgrade from the previous build keeps the operator's settings and the unit's
+#     enablement; removed, nothing is left but the settings file; purged, not even that;
 #   - the Windows archive holds what it should, and a consumer cross-built against it runs
 #     under Wine, as does its velmorad.exe.
-# It installs and removes the three velmora packages (as root) and nothing else: the daemon's
+# It installs and removes the four velmora packages (as root) and nothing else: the daemon's
 # home is a temporary folder, its user an id that no account has, its mounts in a namespace.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -21,10 +24,11 @@ version=$(sed -n 's/^project(VelmoraCommon VERSION \([0-9.]*\).*/\1/p' CMakeList
 arch=$(dpkg --print-architecture)
 multiarch=$(dpkg-architecture -qDEB_HOST_MULTIARCH 2>/dev/null)
 libdir=/usr/lib/$multiarch
-packages=(libvelmora-common0 libvelmora-common-dev velmorad)
+packages=(libvelmora-vre0 libvelmora-common0 libvelmora-common-dev velmorad)
 deb() { echo "$root/build/packages/${1}_${version}_${arch}.deb"; }
 conffile=/etc/velmorad/velmorad.properties
-unit=/usr/lib/systemd/system/velmorad.service
+unit=/lib/systemd/system/velmorad.service
+state_dirs=(/var/lib/velmorad /var/lib/private/velmorad)
 
 fail() {
     echo "package test: $*" >&2
@@ -63,15 +67,26 @@ for p in "${packages[@]}"; do
     [ "$(dpkg-deb -f "$f" Architecture)" = "$arch" ] || fail "$f: Architecture is not $arch"
 done
 lib_depends=$(dpkg-deb -f "$(deb libvelmora-common0)" Depends)
-[[ "$lib_depends" == *"libc6 ("* && "$lib_depends" == *"libstdc++6 ("* ]] ||
+[[ "$lib_depends" == *"libc6 ("* && "$lib_depends" == *"libstdc++6 ("* &&
+    "$lib_depends" == *"libvelmora-vre0 (>= $version)"* ]] ||
     fail "libvelmora-common0 Depends lacks what dpkg-shlibdeps finds: $lib_depends"
-[ "$(dpkg-deb -f "$(deb libvelmora-common-dev)" Depends)" = "libvelmora-common0 (= $version)" ] ||
-    fail "libvelmora-common-dev must depend on exactly libvelmora-common0 $version"
+[ "$(dpkg-deb -f "$(deb libvelmora-common-dev)" Depends)" = "libvelmora-common0 (= $version), libvelmora-vre0 (= $version)" ] ||
+    fail "libvelmora-common-dev must depend on exactly the libraries of $version"
 daemon_depends=$(dpkg-deb -f "$(deb velmorad)" Depends)
-[[ "$daemon_depends" == *"libvelmora-common0 (= $version)"* && "$daemon_depends" == *"libc6 ("* ]] ||
+[[ "$daemon_depends" == *"libvelmora-common0 (>= $version)"* && "$daemon_depends" == *"libc6 ("* ]] ||
     fail "velmorad Depends: $daemon_depends"
-[ "$(dpkg-deb -I "$(deb libvelmora-common0)" shlibs)" = "libvelmora-common 0 libvelmora-common0 (= $version)
-libvelmora-vre 0 libvelmora-common0 (= $version)" ] || fail "libvelmora-common0 shlibs"
+# Consumers depend on a minimum version taken from the symbols files, not on one exact build;
+# the dynamic linker's cache is refreshed by the trigger, not by scripts of our own.
+for lib in vre common; do
+    p=libvelmora-${lib}0
+    [ "$(dpkg-deb -I "$(deb "$p")" shlibs)" = "libvelmora-$lib 0 $p (>= $version)" ] || fail "$p shlibs"
+    dpkg-deb -I "$(deb "$p")" symbols | grep -q "^libvelmora-$lib.so.0 $p #MINVER#" || fail "$p symbols"
+    [ "$(dpkg-deb -I "$(deb "$p")" triggers | grep -v '^#')" = "activate-noawait ldconfig" ] ||
+        fail "$p: no ldconfig trigger"
+    for script in postinst postrm; do
+        ! dpkg-deb -I "$(deb "$p")" "$script" >/dev/null 2>&1 || fail "$p has a $script"
+    done
+done
 [ "$(dpkg-deb -I "$(deb velmorad)" conffiles)" = "$conffile" ] || fail "velmorad conffiles"
 
 step "file lists"
@@ -82,11 +97,16 @@ expect() {
     diff <(sort) <(echo "$got") >"$work/diff" || { cat "$work/diff"; fail "$1: files differ (< expected, > packaged)"; }
 }
 headers=$(cd include && find velmora -type f -name '*.h' | sed 's|^|/usr/include/|')
+docs() { printf '/usr/share/doc/%s/changelog.gz\n/usr/share/doc/%s/copyright\n' "$1" "$1"; }
+expect libvelmora-vre0 <<EOF
+$libdir/libvelmora-vre.so.0
+$libdir/libvelmora-vre.so.$version
+$(docs libvelmora-vre0)
+EOF
 expect libvelmora-common0 <<EOF
 $libdir/libvelmora-common.so.0
 $libdir/libvelmora-common.so.$version
-$libdir/libvelmora-vre.so.0
-$libdir/libvelmora-vre.so.$version
+$(docs libvelmora-common0)
 EOF
 expect libvelmora-common-dev <<EOF
 $headers
@@ -96,22 +116,52 @@ $libdir/pkgconfig/velmora-common.pc
 $libdir/cmake/VelmoraCommon/VelmoraCommonConfig.cmake
 $libdir/cmake/VelmoraCommon/VelmoraCommonConfigVersion.cmake
 $libdir/cmake/VelmoraCommon/VelmoraCommonTargets.cmake
-$libdir/cmake/VelmoraCommon/VelmoraCommonTargets-release.cmake
+$libdir/cmake/VelmoraCommon/VelmoraCommonTargets-none.cmake
+$(docs libvelmora-common-dev)
 EOF
 expect velmorad <<EOF
 /usr/bin/velmorad
 $unit
 $conffile
+/usr/share/man/man5/velmorad.properties.5.gz
+/usr/share/man/man8/velmorad.8.gz
+/usr/share/doc/velmorad/README.md.gz
+$(docs velmorad)
 EOF
 
 # ---------------------------------------------------------------------------------------
-step "install"
+step "install the previous build, then upgrade to this one"
 purge_ours  # left by an interrupted run
-apt-get install "${apt_options[@]}" "$(deb libvelmora-common0)" "$(deb libvelmora-common-dev)" \
-    "$(deb velmorad)" >/dev/null
+# The previous build: these packages with a lower version (and their exact dependencies on
+# one another lowered to match).
+prev=$version~prev
+prev_debs=()
+for p in "${packages[@]}"; do
+    dir=$work/prev/$p
+    mkdir -p "$work/prev"
+    dpkg-deb -R "$(deb "$p")" "$dir"
+    sed -i -e "s/^Version: .*/Version: $prev/" -e "/^Depends:/ s/(\([>=]*\) $version)/(\1 $prev)/g" \
+        "$dir/DEBIAN/control"
+    dpkg-deb --root-owner-group -b "$dir" "$work/prev/${p}_prev.deb" >/dev/null
+    prev_debs+=("$work/prev/${p}_prev.deb")
+done
+apt-get install "${apt_options[@]}" "${prev_debs[@]}" >/dev/null
+[ "$(dpkg-query -W -f='${Version}' velmorad)" = "$prev" ] || fail "the previous build is not installed"
+# What an operator does: edits the settings and enables the service.
+echo "# edited by the operator" >>"$conffile"
+systemctl enable velmorad.service >/dev/null 2>&1 || fail "systemctl enable velmorad"
+wants=/etc/systemd/system/multi-user.target.wants/velmorad.service
+[ -L "$wants" ] || fail "enabling made no link"
+debs=()
+for p in "${packages[@]}"; do debs+=("$(deb "$p")"); done
+apt-get install "${apt_options[@]}" "${debs[@]}" >/dev/null
 for p in "${packages[@]}"; do
     [ "$(installed "$p")" = installed ] || fail "$p is not installed"
+    [ "$(dpkg-query -W -f='${Version}' "$p")" = "$version" ] || fail "$p was not upgraded"
 done
+[ "$(tail -1 "$conffile")" = "# edited by the operator" ] || fail "the upgrade lost the edited settings"
+[ -L "$wants" ] || fail "the upgrade lost the service's enablement"
+sed -i '$d' "$conffile"
 
 step "consumer through find_package"
 cmake -S tests/install/consumer -B "$work/cmake-consumer" -G Ninja >/dev/null
@@ -122,16 +172,24 @@ cmake --build "$work/cmake-consumer" >/dev/null
 
 step "consumer through pkg-config"
 [ "$(pkg-config --modversion velmora-common)" = "$version" ] || fail "pkg-config version"
+# The package states its prefix: pkg-config leaves the system directories out of the flags.
+[ "$(pkg-config --variable=prefix velmora-common)" = /usr ] || fail "pkg-config prefix"
+[ "$(pkg-config --cflags --libs velmora-common | xargs)" = "-lvelmora-common -lvelmora-vre" ] ||
+    fail "pkg-config flags: $(pkg-config --cflags --libs velmora-common)"
 # shellcheck disable=SC2046
 g++ -std=c++17 tests/install/consumer/main.cpp $(pkg-config --cflags --libs velmora-common) \
     -o "$work/pc-consumer"
 [ "$("$work/pc-consumer")" = "consumer ok" ] || fail "pkg-config consumer"
 
-step "systemd-analyze verify"
-# Works offline: it loads the unit and checks its settings and the program it starts.
-verify=$(systemd-analyze verify --man=no "$unit" 2>&1) || fail "systemd-analyze verify: $verify"
+step "systemd-analyze verify and security"
+# Both work offline: they load the unit and check its settings and the program it starts.
+verify=$(systemd-analyze verify "$unit" 2>&1) || fail "systemd-analyze verify: $verify"
 [ -z "$verify" ] || fail "systemd-analyze verify warns: $verify"
-echo "  $(systemd-analyze security --offline=yes "$unit" 2>&1 | tail -1)"
+security=$(systemd-analyze security --offline=yes "$unit" 2>&1 | tail -1)
+echo "  $security"
+exposure=$(sed -n 's/.*Overall exposure level for velmorad.service: \([0-9.]*\).*/\1/p' <<<"$security")
+[ -n "$exposure" ] && awk -v e="$exposure" 'BEGIN { exit !(e <= 2.0) }' ||
+    fail "systemd-analyze security rates the unit above 2.0: $security"
 
 # ---------------------------------------------------------------------------------------
 step "the daemon as the unit starts it"
@@ -206,7 +264,18 @@ status=$(grep -E '^(Uid|CapEff|CapAmb):' "/proc/$pid/status")
 echo "$status" | grep -q "^Uid:[[:space:]]*${uid}[[:space:]]" || fail "not running as $uid: $status"
 echo "$status" | grep -q '^CapEff:[[:space:]]*0000000000002000$' || fail "capabilities: $status"
 answer=$(curl -sS --max-time 10 "http://127.0.0.1:$port/status")
-[[ "$answer" == *"<status version="* ]] || fail "/status answered: $answer"
+[[ "$answer" == *"<status version=\"$version\""* ]] || fail "/status answered: $answer"
+[ "$(/usr/bin/velmorad --version)" = "velmorad $version" ] || fail "velmorad --version"
+# A reload as the unit's ExecReload asks for it.
+reload=$(unit_value ExecReload)
+[ "$reload" = '/bin/kill -HUP $MAINPID' ] || fail "the unit's ExecReload: $reload"
+kill -HUP "$pid"
+for _ in $(seq 50); do
+    grep -q "reloaded $conffile: nothing changed" "$work/service/logs/velmorad.log" && break
+    sleep 0.1
+done
+grep -q "reloaded $conffile: nothing changed" "$work/service/logs/velmorad.log" ||
+    fail "no reload logged after SIGHUP"
 answer=$(curl -sS --max-time 10 "http://127.0.0.1:$port/ping?host=127.0.0.1")
 [[ "$answer" == *'time="0"'* ]] || fail "/ping without root but with CAP_NET_RAW answered: $answer"
 echo "  as uid $uid with $caps: /ping?host=127.0.0.1 -> $answer"
@@ -240,8 +309,28 @@ for d in /usr/include/velmora "$libdir/cmake/VelmoraCommon"; do
     [ ! -e "$d" ] || fail "$d is left after apt-get remove"
 done
 [ "$(installed velmorad)" = config-files ] || fail "velmorad should keep only its settings"
+# The service's enablement stays for a reinstall (the debhelper way) until purged.
+[ -L "$wants" ] || fail "removing dropped the service's enablement"
+# State as the service leaves it (DynamicUser keeps it below /var/lib/private), made here
+# only when the machine has none of its own.
+fake_state=""
+if [ ! -e /var/lib/velmorad ] && [ ! -e /var/lib/private/velmorad ]; then
+    mkdir -p /var/lib/private/velmorad/logs
+    echo "a line" >/var/lib/private/velmorad/logs/velmorad.log
+    ln -s private/velmorad /var/lib/velmorad
+    fake_state=yes
+fi
 purge_ours
 [ ! -e /etc/velmorad ] || fail "/etc/velmorad is left after purge"
+if [ -n "$fake_state" ]; then
+    for d in "${state_dirs[@]}"; do
+        [ ! -e "$d" ] && [ ! -L "$d" ] || fail "$d is left after purge"
+    done
+fi
+left=$(find /etc/systemd/system -name 'velmorad*' 2>/dev/null)
+[ -z "$left" ] || fail "systemd links left after purge: $left"
+[ ! -e /var/lib/systemd/deb-systemd-helper-enabled/velmorad.service.dsh-also ] ||
+    fail "deb-systemd-helper still tracks velmorad after purge"
 for p in "${packages[@]}"; do
     case "$(installed "$p")" in not-installed | "") ;; *) fail "$p is still known to dpkg" ;; esac
 done
@@ -277,9 +366,11 @@ wineserver -p
 wine cmd /c exit 0 </dev/null >/dev/null 2>&1
 answer=$(wine "$work/win-consumer/consumer.exe" </dev/null | tr -d '\r')
 [ "$answer" = "consumer ok" ] || fail "the Windows consumer printed: $answer"
-# velmorad.exe needs nothing beside it but the archive's DLLs (--help ends with 2).
+# velmorad.exe needs nothing beside it but the archive's DLLs, and is of the same version.
 rc=0
 answer=$(wine "$work/win/bin/velmorad.exe" --help </dev/null | tr -d '\r') || rc=$?
-[[ "$rc" -eq 2 && "$answer" == "usage: velmorad"* ]] ||
+[[ "$rc" -eq 0 && "$answer" == "usage: velmorad"* ]] ||
     fail "velmorad.exe --help from the archive: rc $rc, $answer"
+answer=$(wine "$work/win/bin/velmorad.exe" --version </dev/null | tr -d '\r')
+[ "$answer" = "velmorad $version" ] || fail "velmorad.exe --version: $answer"
 echo "package stage passed in $SECONDS s"

@@ -108,7 +108,7 @@ class AuthTest(unittest.TestCase):
         d = self.d
         levels = os.path.join(d.home, "logs", "levels.properties")
         xml = {"Content-Type": "application/xml"}
-        changes = [("POST", "/levels?name=probe&level=0", {}, 200),
+        changes = [("POST", "/levels?name=velmorad&level=0", {}, 200),
                    ("POST", "/network", xml, 403),  # network.apply is off
                    ("POST", "/write-filter?drive=C&command=2", {}, 403),  # writeFilter.apply
                    ("DELETE", "/status", {}, 405), ("PUT", "/levels", {}, 405)]
@@ -126,7 +126,8 @@ class AuthTest(unittest.TestCase):
                     self.assertEqual(r.getheader("WWW-Authenticate"), "Bearer")
                 if path.startswith("/levels?"):
                     with open(levels) as f:
-                        self.assertEqual("probe=" in f.read(), r.status == 200, authorization)
+                        self.assertEqual("velmorad=0" in f.read(), r.status == 200,
+                                         authorization)
         r, _ = request(d, "GET", "/levels")
         self.assertEqual(r.status, 200, "reads on loopback need no token")
 

@@ -196,21 +196,25 @@ class VelmoradTest(unittest.TestCase):
         for method in ("GET", "POST"):
             r, body = self.d.get("/write-filter?drive=C&command=1", method=method)
             self.assertEqual(r.status, 503, body)
-            self.assertEqual(ET.fromstring(body).get("message"), "ewfapi.dll is not available")
+            message = ET.fromstring(body).get("message")
+            self.assertTrue(message.startswith("the write filter is not available on this system"),
+                            message)
+            # Only Windows, where the filter may exist, names the library that is missing.
+            self.assertEqual("ewfapi.dll" in message, bool(LAUNCHER), message)
         r, _ = self.d.get("/write-filter?drive=CD")
         self.assertEqual(r.status, 400)
 
     def test_levels_read_change_and_persist(self):
         d = self.d
-        r, body = d.get("/levels?name=http&level=0", method="POST")
+        r, body = d.get("/levels?name=velmorad&level=0", method="POST")
         self.assertEqual(r.status, 200, body)
         levels = {e.get("name"): e.get("level") for e in ET.fromstring(body)}
-        self.assertEqual(levels.get("http"), "0")
+        self.assertEqual(levels.get("velmorad"), "0")
         with open(os.path.join(d.home, "logs", "levels.properties")) as f:
-            self.assertIn("http=0", f.read())
+            self.assertIn("velmorad=0", f.read())
         r, body = d.get("/levels")
-        self.assertIn(b'name="http"', body)
-        r, _ = d.get("/levels?name=http&level=9", method="POST")
+        self.assertIn(b'name="velmorad"', body)
+        r, _ = d.get("/levels?name=velmorad&level=9", method="POST")
         self.assertEqual(r.status, 400)
 
     def test_head_wrong_method_and_unknown_path(self):

@@ -48,8 +48,7 @@ void stampDate(velmora::HttpResponse& response) {
 
 }  // namespace
 
-std::string Exchange::query(const char* name, const char* def) const {
-    const char* q = request != nullptr ? request->getEncodedQuery() : "";
+std::string formValue(const char* q, const char* name, const char* def) {
     size_t nameLength = std::strlen(name);
     while (*q != '\0') {
         const char* end = std::strchr(q, '&');
@@ -64,6 +63,22 @@ std::string Exchange::query(const char* name, const char* def) const {
         q = end + 1;
     }
     return def;
+}
+
+std::string Exchange::query(const char* name, const char* def) const {
+    return formValue(request != nullptr ? request->getEncodedQuery() : "", name, def);
+}
+
+std::string Exchange::param(const char* name, const char* def) const {
+    const std::string fromQuery = query(name, "\x01");
+    if (fromQuery != "\x01") return fromQuery;
+    const char* type = request != nullptr ? request->getField("Content-Type") : nullptr;
+    const char form[] = "application/x-www-form-urlencoded";
+    if (type == nullptr || std::strncmp(type, form, sizeof form - 1) != 0 ||
+        (type[sizeof form - 1] != '\0' && type[sizeof form - 1] != ';')) {
+        return def;
+    }
+    return formValue(requestBody.c_str(), name, def);
 }
 
 void Exchange::reply(int code, const char* type, const std::string& body, bool close) {

@@ -37,6 +37,8 @@ struct Exchange {
 
     // The value of a query parameter, decoded; `def` when absent.
     std::string query(const char* name, const char* def) const;
+    // The value from the query, else from a form body (application/x-www-form-urlencoded).
+    std::string param(const char* name, const char* def) const;
     // A complete answer with a known length; closes the connection when asked to or when
     // the client did not allow keep-alive.
     void reply(int status, const char* type, const std::string& body, bool close = false);
@@ -47,6 +49,8 @@ struct Exchange {
 
 // Answers one request (every endpoint, 404, 405).
 void route(Exchange& x);
+// The decoded value of `name` in "a=1&b=2" (a query or a form body), `def` when absent.
+std::string formValue(const char* encoded, const char* name, const char* def);
 // Whether the request's route may block (waits on the network, changes the host, writes
 // a file): such requests are answered on a worker thread, all others on the event loop.
 bool routeBlocks(const Exchange& x);

@@ -1,7 +1,5 @@
 #include "Guard.h"
 
-#include <velmora/collections/Map.h>
-#include <velmora/collections/PropertiesFile.h>
 #include <velmora/http/HeaderField.h>
 #include <velmora/http/HttpRequest.h>
 
@@ -60,10 +58,9 @@ bool isGuardedRead(const std::string& path) {
            path == "/network" || path.compare(0, 9, "/network/") == 0;
 }
 
-bool switchedOn(const Settings& settings, const char* key) {
-    std::unique_ptr<velmora::Map> map(
-        velmora::PropertiesFile::makeMap(settings.settingsFile().c_str(), '='));
-    return map != nullptr && map->getBoolean(key, false);
+// writeFilter.apply as the settings file says it now, read with the daemon's own rules.
+bool writeFilterSwitchedOn() {
+    return settingsFromFile()->writeFilterApply;
 }
 
 }  // namespace
@@ -230,8 +227,7 @@ bool Guard::admit(Exchange& x) {
                               (type.empty() ? std::string("without a type") : type));
         }
     }
-    if (std::strcmp(method, "POST") == 0 && path == "/write-filter" &&
-        !switchedOn(settings_, "writeFilter.apply")) {
+    if (std::strcmp(method, "POST") == 0 && path == "/write-filter" && !writeFilterSwitchedOn()) {
         return refuse(x, 403,
                       "setting the write filter is off: set writeFilter.apply=true in " +
                           settings_.settingsFile());

@@ -16,8 +16,6 @@
 // that keep them elsewhere, and tests).
 #include "NetworkRoutes.h"
 
-#include <velmora/collections/Map.h>
-#include <velmora/collections/PropertiesFile.h>
 #include <velmora/log/ErrorHandler.h>
 #include <velmora/log/Log.h>
 #include <velmora/net/InetAddress.h>
@@ -58,19 +56,13 @@ struct NetworkOptions {
     std::string resolverPath, hostnamePath;
 };
 
-NetworkOptions readOptions(const Settings& settings) {
+NetworkOptions readOptions(const Settings&) {
+    // The file is read again for each request with the daemon's own rules for settings.
+    std::shared_ptr<const Settings> now = settingsFromFile();
     NetworkOptions o;
-    std::unique_ptr<velmora::Map> map(
-        velmora::PropertiesFile::makeMap(settings.settingsFile().c_str(), '='));
-    if (map == nullptr) return o;
-    o.apply = map->getBoolean("network.apply", false);
-    char text[260];
-    map->get("network.resolverPath", text, sizeof text - 1, "");
-    text[sizeof text - 1] = '\0';
-    o.resolverPath = text;
-    map->get("network.hostnamePath", text, sizeof text - 1, "");
-    text[sizeof text - 1] = '\0';
-    o.hostnamePath = text;
+    o.apply = now->networkApply;
+    o.resolverPath = now->networkResolverPath;
+    o.hostnamePath = now->networkHostnamePath;
     return o;
 }
 

@@ -23,7 +23,7 @@ namespace velmorad {
 
 namespace {
 
-const char kVersion[] = "1.0";
+const char kVersion[] = VELMORAD_VERSION;
 const char kXmlProlog[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
 
 // A response whose head was already sent: committing it only flushes the output.
@@ -50,7 +50,7 @@ void index(Exchange& x) {
             "<li>GET /ping?host=H&amp;timeout=S: one ICMP echo</li>\n"
             "<li>GET /ping-all?hosts=H1,H2: a streamed log, one entry per host</li>\n"
             "<li><a href=\"/levels\">GET /levels</a>: log levels by name; "
-            "POST /levels?name=N&amp;level=L changes one</li>\n"
+            "POST /levels with name=N&amp;level=L (query or form body) changes one</li>\n"
             "<li><a href=\"/network\">GET /network</a>: the host's TCP/IP settings; "
             "POST /network applies a document when network.apply=true</li>\n"
             "<li>GET /write-filter?drive=C: the write filter's overlay state, boot command and "
@@ -157,15 +157,41 @@ std::string levelsDocument(velmora::FilteredLogBundle* levels) {
     return body + "</levels>\n";
 }
 
+// The names of the daemon's logs, "velmorad, access".
+std::string knownNames(velmora::FilteredLogBundle* levels) {
+    std::string names;
+    velmora::FilteredLogIterator it;
+    levels->getIterator(&it);
+    while (it.hasNext())
+        names += std::string(names.empty() ? "" : ", ") + it.getNext()->getName();
+    return names;
+}
+
+// POST /levels: name and level from the query or a form body. Only the daemon's own log
+// names are taken: a mistyped name would otherwise make a log nobody writes to.
 void setLevel(Exchange& x) {
-    std::string name = x.query("name", "");
-    int level = clampedInt(x.query("level", ""), -1, 0, 3);
-    if (name.empty() || name.size() > 63 || level < 0) {
-        x.replyError(400, "name (1 to 63 characters) and level (0 to 3) are needed");
+    std::string name = x.param("name", "");
+    int level = clampedInt(x.param("level", ""), -1, 0, 3);
+    if (name.empty() || level < 0) {
+        x.replyError(400,
+                     "name (a log name) and level (0 to 3) are needed, in the query or a "
+                     "form body");
         return;
     }
     velmora::FilteredLogBundle* levels = x.daemon->levels();
-    levels->get(name.c_str())->setFilterLevel(level);
+    velmora::FilteredLog* log = nullptr;
+    velmora::FilteredLogIterator it;
+    levels->getIterator(&it);
+    while (it.hasNext() && log == nullptr) {
+        velmora::FilteredLogRec* r = it.getNext();
+        if (name == r->getName()) log = r->getLog();
+    }
+    if (log == nullptr) {
+        x.replyError(
+            400, ("no log is named \"" + name + "\"; the names are " + knownNames(levels)).c_str());
+        return;
+    }
+    log->setFilterLevel(level);
     if (!levels->save()) {
         x.replyError(500, "the levels file could not be saved");
         return;

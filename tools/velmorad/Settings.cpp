@@ -1,23 +1,30 @@
 #include "Settings.h"
 
-#include <velmora/collections/Map.h>
-#include <velmora/collections/PropertiesFile.h>
 #include <velmora/files/FileUtil.h>
 #include <velmora/text/FileWriter.h>
-#include <velmora/vre/Vre.h>
 
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <mutex>
+#include <utility>
+
+#include "BindAddress.h"
+#include "SettingsText.h"
 
 namespace velmorad {
 
 namespace {
 
-// Written to lib/velmorad.properties when the home directory has none.
+// Written to lib/velmorad.properties when the home directory has none; the package ships
+// the same text as /etc/velmorad/velmorad.properties.
 const char kDefaultSettings[] =
-    "# velmorad settings; the command line overrides bind, port and home.\n"
+    "# velmorad settings (man 5 velmorad.properties); check with velmorad --check --config FILE.\n"
+    "# The command line overrides bind and port.\n"
     "bind=127.0.0.1\n"
     "port=8080\n"
     "# connections open at once; further ones get 503\n"
@@ -49,22 +56,228 @@ const char kDefaultSettings[] =
     "# true lets the daemon listen beyond loopback (plain HTTP: prefer a TLS proxy)\n"
     "remote.allow=false\n";
 
-void usage() {
-    std::printf(
-        "usage: velmorad [--bind ADDR] [--port N] [--home DIR] [--config FILE]\n"
-        "  serves the platform's HTTP interface; default 127.0.0.1:8080, home from\n"
-        "  VELMORA_HOME or the current directory, settings from FILE or else\n"
-        "  lib/velmorad.properties in the home\n"
-        "       velmorad token [--new] [--home DIR] [--config FILE]\n"
-        "  prints the token that changes need (made when missing); --new replaces it\n");
+enum class Kind { Int, Int64, Bool, TriBool, Text, Path, Address, AddressList, NameList };
+
+// One known key: its type, its range (numbers), where it goes, and whether a reload
+// (SIGHUP) may change it while the daemon runs.
+struct Key {
+    const char* name;
+    Kind kind;
+    int64_t low, high;
+    bool live;
+    int Settings::*i;
+    int64_t Settings::*l;
+    bool Settings::*b;
+    std::string Settings::*t;
+};
+
+Key intKey(const char* name, int Settings::*m, int64_t low, int64_t high, bool live = false) {
+    return {name, Kind::Int, low, high, live, m, nullptr, nullptr, nullptr};
+}
+Key int64Key(const char* name, int64_t Settings::*m, int64_t low, int64_t high, bool live) {
+    return {name, Kind::Int64, low, high, live, nullptr, m, nullptr, nullptr};
+}
+Key boolKey(const char* name, bool Settings::*m, bool live) {
+    return {name, Kind::Bool, 0, 1, live, nullptr, nullptr, m, nullptr};
+}
+Key textKey(const char* name, Kind kind, std::string Settings::*m, bool live = false) {
+    return {name, kind, 0, 0, live, nullptr, nullptr, nullptr, m};
+}
+// true, false, or not given (-1: the daemon decides).
+Key triKey(const char* name, int Settings::*m, bool live) {
+    return {name, Kind::TriBool, -1, 1, live, m, nullptr, nullptr, nullptr};
 }
 
-bool number(const char* text, int* out) {
-    char* end = nullptr;
-    long value = std::strtol(text, &end, 10);
-    if (end == text || *end != '\0' || value < 0 || value > 65535) return false;
-    *out = static_cast<int>(value);
+const std::vector<Key>& keys() {
+    static const std::vector<Key> table = {
+        textKey("bind", Kind::Address, &Settings::bind),
+        intKey("port", &Settings::port, 0, 65535),
+        intKey("maxConnections", &Settings::maxConnections, 1, 1000000),
+        intKey("readTimeoutMs", &Settings::readTimeoutMs, 100, 3600000),
+        intKey("requestDeadlineMs", &Settings::requestDeadlineMs, 100, 3600000),
+        intKey("keepAliveRequests", &Settings::keepAliveRequests, 1, 1000000),
+        intKey("stopGraceMs", &Settings::stopGraceMs, 0, 600000),
+        intKey("maxHeaderLines", &Settings::maxHeaderLines, 1, 10000),
+        intKey("maxHeadBytes", &Settings::maxHeadBytes, 256, 1048576),
+        intKey("logBackups", &Settings::logBackups, 0, 1000, true),
+        int64Key("logMaxBytes", &Settings::logMaxBytes, 0, int64_t(1) << 40, true),
+        textKey("auth.tokenFile", Kind::Path, &Settings::tokenFile),
+        triKey("auth.reads", &Settings::authReads, false),
+        textKey("allowedHosts", Kind::NameList, &Settings::allowedHosts),
+        boolKey("remote.allow", &Settings::remoteAllow, false),
+        textKey("trustedProxies", Kind::AddressList, &Settings::trustedProxies),
+        boolKey("writeFilter.apply", &Settings::writeFilterApply, true),
+        boolKey("network.apply", &Settings::networkApply, true),
+        intKey("network.confirmWithin", &Settings::networkConfirmWithin, 1, 3600, true),
+        textKey("network.resolverPath", Kind::Path, &Settings::networkResolverPath),
+        textKey("network.hostnamePath", Kind::Path, &Settings::networkHostnamePath),
+    };
+    return table;
+}
+
+std::string lower(std::string text) {
+    for (char& c : text)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
+// Edits (insert, delete, replace, swap of neighbours) from one word to the other, ignoring
+// letter case.
+size_t distance(const std::string& a0, const std::string& b0) {
+    const std::string a = lower(a0), b = lower(b0);
+    std::vector<std::vector<size_t>> d(a.size() + 1, std::vector<size_t>(b.size() + 1));
+    for (size_t i = 0; i <= a.size(); ++i)
+        d[i][0] = i;
+    for (size_t j = 0; j <= b.size(); ++j)
+        d[0][j] = j;
+    for (size_t i = 1; i <= a.size(); ++i) {
+        for (size_t j = 1; j <= b.size(); ++j) {
+            size_t best = std::min(d[i - 1][j] + 1, d[i][j - 1] + 1);
+            best = std::min(best, d[i - 1][j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1));
+            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) {
+                best = std::min(best, d[i - 2][j - 2] + 1);
+            }
+            d[i][j] = best;
+        }
+    }
+    return d[a.size()][b.size()];
+}
+
+std::string nearestKey(const std::string& key) {
+    const Key* best = nullptr;
+    size_t bestDistance = 0;
+    for (const Key& k : keys()) {
+        const size_t d = distance(key, k.name);
+        if (best == nullptr || d < bestDistance) {
+            best = &k;
+            bestDistance = d;
+        }
+    }
+    const size_t allowed = std::max<size_t>(2, key.size() / 3);
+    return best != nullptr && bestDistance <= allowed ? best->name : "";
+}
+
+// A decimal whole number; one too long for any range reads as the largest number.
+bool parseInteger(const std::string& text, int64_t* out) {
+    size_t i = !text.empty() && text[0] == '-' ? 1 : 0;
+    if (i == text.size()) return false;
+    int64_t value = 0;
+    for (; i < text.size(); ++i) {
+        if (!std::isdigit(static_cast<unsigned char>(text[i]))) return false;
+        value = value < (int64_t(1) << 55) ? value * 10 + (text[i] - '0') : value;
+    }
+    *out = text[0] == '-' ? -value : value;
     return true;
+}
+
+std::vector<std::string> splitList(const std::string& text) {
+    std::vector<std::string> items;
+    size_t start = 0;
+    while (start <= text.size()) {
+        size_t comma = text.find(',', start);
+        if (comma == std::string::npos) comma = text.size();
+        std::string item = text.substr(start, comma - start);
+        item.erase(0, item.find_first_not_of(" \t"));
+        item.erase(item.find_last_not_of(" \t") + 1);
+        if (!item.empty()) items.push_back(item);
+        start = comma + 1;
+    }
+    return items;
+}
+
+// Sets the value of one known key; an empty string, or why the value is refused.
+std::string setValue(const Key& k, const std::string& value, Settings* s) {
+    switch (k.kind) {
+        case Kind::Int:
+        case Kind::Int64: {
+            int64_t n = 0;
+            if (!parseInteger(value, &n)) return "\"" + value + "\" is not a whole number";
+            if (n < k.low || n > k.high) {
+                return value + " is out of range (" + std::to_string(k.low) + " to " +
+                       std::to_string(k.high) + ")";
+            }
+            if (k.kind == Kind::Int) {
+                s->*k.i = static_cast<int>(n);
+            } else {
+                s->*k.l = n;
+            }
+            return "";
+        }
+        case Kind::Bool:
+        case Kind::TriBool:
+            if (value == "true" || value == "false") {
+                if (k.kind == Kind::Bool) {
+                    s->*k.b = value == "true";
+                } else {
+                    s->*k.i = value == "true" ? 1 : 0;
+                }
+                return "";
+            }
+            return "\"" + value + "\" is not true or false";
+        case Kind::Address: {
+            std::string numeric, why;
+            if (!resolveBindAddress(value, &numeric, &why)) return why;
+            s->*k.t = value;
+            return "";
+        }
+        case Kind::Path:
+            if (value.empty()) return "a path is needed";
+            s->*k.t = value;
+            return "";
+        case Kind::Text:
+            s->*k.t = value;
+            return "";
+        case Kind::AddressList:
+        case Kind::NameList: {
+            for (const std::string& item : splitList(value)) {
+                if (k.kind == Kind::AddressList && !isAddressLiteral(item)) {
+                    return "\"" + item + "\" is not a numeric IPv4 or IPv6 address";
+                }
+                if (k.kind == Kind::NameList && item.find_first_of(" /\\@") != std::string::npos) {
+                    return "\"" + item + "\" is not a host name";
+                }
+            }
+            s->*k.t = value;
+            return "";
+        }
+    }
+    return "unknown kind";
+}
+
+std::string valueText(const Key& k, const Settings& s) {
+    switch (k.kind) {
+        case Kind::Int:
+            return std::to_string(s.*k.i);
+        case Kind::Int64:
+            return std::to_string(s.*k.l);
+        case Kind::Bool:
+            return s.*k.b ? "true" : "false";
+        case Kind::TriBool:
+            return s.*k.i < 0 ? "(by the address)" : s.*k.i > 0 ? "true" : "false";
+        default:
+            return s.*k.t;
+    }
+}
+
+// The file's bytes, or false with the reason.
+bool readFile(const std::string& path, std::string* text, std::string* why) {
+    std::FILE* f = std::fopen(path.c_str(), "rb");
+    if (f == nullptr) {
+        *why = std::strerror(errno);
+        return false;
+    }
+    char chunk[4096];
+    size_t n;
+    while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0)
+        text->append(chunk, n);
+    const bool failed = std::ferror(f) != 0;
+    if (failed) *why = std::strerror(errno);
+    std::fclose(f);
+    if (!failed && velmora::FileUtil::isDirectory(path.c_str())) {
+        *why = "it is a directory";
+        return false;
+    }
+    return !failed;
 }
 
 }  // namespace
@@ -75,85 +288,114 @@ std::string Settings::tokenPath() const {
     return absolute ? tokenFile : home + "/" + tokenFile;
 }
 
-bool loadSettings(int argc, char** argv, Settings* s) {
-    const char* bind = nullptr;
-    const char* home = nullptr;
-    const char* config = nullptr;
-    int port = -1;
-    for (int i = 1; i < argc; ++i) {
-        const char* arg = argv[i];
-        const char* value = i + 1 < argc ? argv[i + 1] : nullptr;
-        if (std::strcmp(arg, "--help") == 0 || std::strcmp(arg, "-h") == 0) {
-            usage();
-            return false;
-        }
-        if (value == nullptr) {
-            std::fprintf(stderr, "velmorad: %s needs a value\n", arg);
-            return false;
-        }
-        if (std::strcmp(arg, "--bind") == 0) {
-            bind = value;
-        } else if (std::strcmp(arg, "--home") == 0) {
-            home = value;
-        } else if (std::strcmp(arg, "--config") == 0) {
-            config = value;
-        } else if (std::strcmp(arg, "--port") == 0) {
-            if (!number(value, &port)) {
-                std::fprintf(stderr, "velmorad: bad port %s\n", value);
-                return false;
-            }
-        } else {
-            std::fprintf(stderr, "velmorad: unknown option %s\n", arg);
-            usage();
-            return false;
-        }
-        ++i;
-    }
-    s->home = home != nullptr ? home : velmora::Vre::getInstance()->getKovaHome();
-    // A packaged daemon reads its settings from /etc (read-only to it) and keeps only its
-    // state in the home.
-    if (config != nullptr) s->config = config;
+std::string Settings::hostForUrl() const {
+    return bindAddress.find(':') != std::string::npos ? "[" + bindAddress + "]" : bindAddress;
+}
 
-    std::string file = s->settingsFile();
-    if (!velmora::FileUtil::isFileRegular(file.c_str())) {
-        std::unique_ptr<velmora::FileWriter> out(velmora::FileWriter::make(file.c_str()));
-        if (!out ||
-            out->writeString(kDefaultSettings) != static_cast<int>(sizeof kDefaultSettings - 1)) {
-            std::fprintf(stderr, "velmorad: cannot write %s\n", file.c_str());
-            return false;
+bool Settings::loopback() const {
+    return isLoopbackAddress(bindAddress);
+}
+
+const char* defaultSettingsText() {
+    return kDefaultSettings;
+}
+
+namespace {
+std::mutex publishedLock;
+std::shared_ptr<const Settings> published = std::make_shared<const Settings>();
+}  // namespace
+
+std::shared_ptr<const Settings> currentSettings() {
+    std::lock_guard<std::mutex> lock(publishedLock);
+    return published;
+}
+
+void publishSettings(const Settings& settings) {
+    auto copy = std::make_shared<const Settings>(settings);
+    std::lock_guard<std::mutex> lock(publishedLock);
+    published = copy;
+}
+
+std::shared_ptr<const Settings> settingsFromFile() {
+    std::shared_ptr<const Settings> running = currentSettings();
+    auto now = std::make_shared<Settings>(*running);
+    if (!readSettings(now.get(), true).errors.empty()) return running;
+    // Where the daemon listens stays what it was started with (the command line may have
+    // overridden the file).
+    now->bind = running->bind;
+    now->bindAddress = running->bindAddress;
+    now->port = running->port;
+    return now;
+}
+
+SettingsProblems applySettings(const std::string& text, const std::string& file, Settings* s) {
+    SettingsText parsed = SettingsText::parse(text);
+    // Errors in the order of their lines, whether the line's form or its value is wrong.
+    std::vector<std::pair<int, std::string>> errors;
+    for (const SettingsText::Problem& p : parsed.problems)
+        errors.push_back({p.line, p.message});
+    SettingsProblems out;
+    for (const SettingsText::Problem& w : parsed.warnings) {
+        out.warnings.push_back(file + ":" + std::to_string(w.line) + ": " + w.message);
+    }
+    for (const SettingsText::Entry& e : parsed.entries) {
+        const Key* key = nullptr;
+        for (const Key& k : keys()) {
+            if (e.key == k.name) key = &k;
         }
+        if (key == nullptr) {
+            const std::string near = nearestKey(e.key);
+            out.warnings.push_back(
+                file + ":" + std::to_string(e.line) + ": unknown key " + e.key +
+                (near.empty() ? " (ignored)" : " (ignored; did you mean " + near + "?)"));
+            continue;
+        }
+        const std::string why = setValue(*key, e.value, s);
+        if (!why.empty()) errors.push_back({e.line, e.key + ": " + why});
     }
-    std::unique_ptr<velmora::Map> map(velmora::PropertiesFile::makeMap(file.c_str(), '='));
-    char text[256];
-    map->get("bind", text, sizeof text - 1, s->bind.c_str());
-    text[sizeof text - 1] = '\0';
-    s->bind = text;
-    s->port = map->getInt("port", s->port);
-    s->maxConnections = map->getInt("maxConnections", s->maxConnections);
-    s->stopGraceMs = map->getInt("stopGraceMs", s->stopGraceMs);
-    s->maxHeaderLines = map->getInt("maxHeaderLines", s->maxHeaderLines);
-    s->maxHeadBytes = map->getInt("maxHeadBytes", s->maxHeadBytes);
-    s->readTimeoutMs = map->getInt("readTimeoutMs", s->readTimeoutMs);
-    s->requestDeadlineMs = map->getInt("requestDeadlineMs", s->requestDeadlineMs);
-    s->keepAliveRequests = map->getInt("keepAliveRequests", s->keepAliveRequests);
-    s->logBackups = map->getInt("logBackups", s->logBackups);
-    s->logMaxBytes = map->getInt("logMaxBytes", s->logMaxBytes);
-    map->get("auth.tokenFile", text, sizeof text - 1, s->tokenFile.c_str());
-    s->tokenFile = text;
-    map->get("auth.reads", text, sizeof text - 1, "");
-    if (text[0] != '\0') s->authReads = map->getBoolean("auth.reads", false) ? 1 : 0;
-    map->get("allowedHosts", text, sizeof text - 1, "");
-    s->allowedHosts = text;
-    map->get("trustedProxies", text, sizeof text - 1, "");
-    s->trustedProxies = text;
-    s->remoteAllow = map->getBoolean("remote.allow", false);
-    if (bind != nullptr) s->bind = bind;
-    if (port >= 0) s->port = port;
-    if (!velmora::FileUtil::verifyPath(s->logFile().c_str())) {
-        std::fprintf(stderr, "velmorad: cannot create %s/logs\n", s->home.c_str());
-        return false;
+    std::stable_sort(errors.begin(), errors.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    for (const auto& e : errors) {
+        out.errors.push_back(file + ":" + std::to_string(e.first) + ": " + e.second);
     }
-    return true;
+    std::string numeric, why;
+    if (resolveBindAddress(s->bind, &numeric, &why)) s->bindAddress = numeric;
+    return out;
+}
+
+SettingsProblems readSettings(Settings* s, bool checkOnly) {
+    const std::string file = s->settingsFile();
+    std::string text, why;
+    if (s->config.empty() && !velmora::FileUtil::isFileRegular(file.c_str()) &&
+        !velmora::FileUtil::isDirectory(file.c_str())) {
+        // A new home: its settings file starts as the embedded default, ready to edit.
+        text = kDefaultSettings;
+        if (!checkOnly) {
+            std::unique_ptr<velmora::FileWriter> out(velmora::FileUtil::verifyPath(file.c_str())
+                                                         ? velmora::FileWriter::make(file.c_str())
+                                                         : nullptr);
+            if (!out || out->writeString(kDefaultSettings) !=
+                            static_cast<int>(sizeof kDefaultSettings - 1)) {
+                SettingsProblems problems;
+                problems.errors.push_back(file + ": cannot be written");
+                return problems;
+            }
+        }
+    } else if (!readFile(file, &text, &why)) {
+        SettingsProblems problems;
+        problems.errors.push_back(file + ": cannot be read: " + why);
+        return problems;
+    }
+    return applySettings(text, file, s);
+}
+
+std::vector<SettingChange> compareSettings(const Settings& before, const Settings& after) {
+    std::vector<SettingChange> changes;
+    for (const Key& k : keys()) {
+        std::string a = valueText(k, before), b = valueText(k, after);
+        if (a != b) changes.push_back({k.name, a, b, k.live});
+    }
+    return changes;
 }
 
 }  // namespace velmorad

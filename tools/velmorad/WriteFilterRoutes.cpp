@@ -31,7 +31,11 @@ wchar_t driveOf(Exchange& x) {
 velmora::EwfUtil* filterOrUnavailable(Exchange& x) {
     Reports report;
     velmora::EwfUtil* ewf = velmora::EwfUtil::getInstance(&report);
-    if (ewf == nullptr) x.replyError(503, report.last().c_str());
+    if (ewf == nullptr) {
+        std::string why = "the write filter is not available on this system";
+        if (writeFilterMayExist() && !report.last().empty()) why += " (" + report.last() + ")";
+        x.replyError(503, why.c_str());
+    }
     return ewf;
 }
 

@@ -8,5 +8,8 @@ namespace velmorad {
 
 void getWriteFilter(Exchange& x);
 void postWriteFilter(Exchange& x);
+// Whether this kind of system can have the write filter at all (Windows): elsewhere the
+// answer says only that it is not available, without naming a Windows library.
+bool writeFilterMayExist();
 
 }  // namespace velmorad

@@ -1,0 +1,9 @@
+#include "WriteFilterRoutes.h"
+
+namespace velmorad {
+
+bool writeFilterMayExist() {
+    return false;
+}
+
+}  // namespace velmorad

@@ -1,0 +1,9 @@
+#include "WriteFilterRoutes.h"
+
+namespace velmorad {
+
+bool writeFilterMayExist() {
+    return true;
+}
+
+}  // namespace velmorad
