@@ -271,10 +271,9 @@ void apply(Exchange& x, const NetworkOptions& options) {
                       : "; the former settings could not all be restored: " + restoring.joined());
         logRefusal(x, reports);
         if (!restored) {
-            x.daemon->log()->warning(
-                ("network: the former settings could not all be restored: " +
-                 logSafe(restoring.joined()))
-                    .c_str());
+            x.daemon->log()->warning(("network: the former settings could not all be restored: " +
+                                      logSafe(restoring.joined()))
+                                         .c_str());
         }
         x.replyError(restored ? 400 : 500, why.c_str());
         return;
