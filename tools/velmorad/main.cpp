@@ -54,6 +54,9 @@ int main(int argc, char** argv) {
                          settings.port, why != nullptr && why->getText() ? why->getText() : "\n");
             status = 1;
         } else {
+            // Made before serving: every ping of every request then goes through its one
+            // socket, which hands each reply to the request waiting for it.
+            velmora::Icmp::getInstance(log);
             running = &daemon;
             velmorad::installStopHandler(onStop);
             std::printf("velmorad listening on http://%s:%d/\n", settings.bind.c_str(),
