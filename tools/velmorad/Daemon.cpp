@@ -127,6 +127,24 @@ void Daemon::post(Connection* c) {
     poller_->wake();
 }
 
+// The worker's last touch of the connection. Done and posted under the posting lock: the
+// loop may see the worker done at once and delete the connection, and destroy() takes the
+// same lock, so the connection outlives this and never stays in the posted list.
+void Daemon::workerDone(Connection* c) {
+    {
+        std::lock_guard<std::mutex> lock(postMutex_);
+        {
+            std::lock_guard<std::mutex> mailbox(c->mailboxMutex);
+            c->workerDone = true;
+        }
+        if (!c->posted) {
+            c->posted = true;
+            posted_.push_back(c);
+        }
+    }
+    poller_->wake();
+}
+
 void Daemon::run() {
     workers_.reset(new WorkerPool(kWorkers));
     Poller::Event events[256];
@@ -231,6 +249,10 @@ void Daemon::close(Connection* c) {
 }
 
 void Daemon::destroy(Connection* c) {
+    {
+        std::lock_guard<std::mutex> lock(postMutex_);
+        if (c->posted) posted_.erase(std::find(posted_.begin(), posted_.end(), c));
+    }
     Connection* last = connections_.back();
     connections_[c->index] = last;
     last->index = c->index;
@@ -418,11 +440,7 @@ void Daemon::dispatch(Connection* c) {
         bool queued = workers_->submit([this, c] {
             route(*c->exchange);
             c->output->flush();
-            {
-                std::lock_guard<std::mutex> lock(c->mailboxMutex);
-                c->workerDone = true;
-            }
-            post(c);
+            workerDone(c);
         });
         if (queued) return;
         c->onWorker = false;

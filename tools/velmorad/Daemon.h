@@ -59,6 +59,8 @@ public:
 
     // From a worker: the connection has news in its mailbox (or its worker is done).
     void post(Connection* c);
+    // From a worker, as the last thing it does with the connection: its answer is complete.
+    void workerDone(Connection* c);
 
 private:
     void acceptAll();
