@@ -150,7 +150,7 @@ void Daemon::run() {
     Poller::Event events[256];
     Clock::time_point nextSweep = Clock::now();
     for (;;) {
-        int n = poller_->wait(events, 256, kSweepMs);
+        int n = poller_->wait(events, 256, waiting_.empty() ? kSweepMs : 10);
         for (int i = 0; i < n; ++i) {
             if (events[i].tag == nullptr) {
                 if (!stopBegun_) acceptAll();
@@ -160,6 +160,7 @@ void Daemon::run() {
         }
         takePosted();
         Clock::time_point now = Clock::now();
+        if (!waiting_.empty()) admitWaiting(now);
         if (stopping_.load() && !stopBegun_) beginStop();
         if (now >= nextSweep) {
             sweep(now);
@@ -191,10 +192,12 @@ void Daemon::run() {
     // Workers finish their request (a cut connection fails their writes at once), then
     // every connection left is deleted; only then may the daemon and its logs go.
     workers_->stop();
-    for (Connection* c : connections_)
+    for (Connection* c : connections_) {
+        if (c->counted) --open_;
         delete c;
-    open_ -= static_cast<int>(connections_.size());
+    }
     connections_.clear();
+    waiting_.clear();
     access_.flush();
 }
 
@@ -216,10 +219,36 @@ void Daemon::acceptAll() {
         Connection* c = new Connection(this, handle, peer);
         c->index = connections_.size();
         connections_.push_back(c);
-        ++open_;
-        watch(c, Poller::kRead);
-        if (open_.load() > settings_.maxConnections) {
+        if (open_.load() < settings_.maxConnections) {
+            ++open_;
+            watch(c, Poller::kRead);
+        } else {
+            c->counted = false;
+            waiting_.push_back(c);
+        }
+    }
+}
+
+// At the cap, a place that frees within a moment is waited for: a client that closes one
+// connection and opens the next at once would otherwise be refused while the loop has yet
+// to see the close. The refused ones do not count against the cap while they linger, so
+// that refusals cannot keep it full.
+void Daemon::admitWaiting(Clock::time_point now) {
+    const auto kPlaceGrace = std::chrono::milliseconds(50);
+    while (!waiting_.empty()) {
+        Connection* c = waiting_.front();
+        if (open_.load() < settings_.maxConnections) {
+            waiting_.pop_front();
+            c->counted = true;
+            ++open_;
+            c->requestStart = c->lastInput = now;
+            watch(c, Poller::kRead);
+        } else if (now - c->requestStart >= kPlaceGrace || stopBegun_) {
+            waiting_.pop_front();
+            watch(c, Poller::kRead);
             answerRefused(c, 503, "too many connections, try again later");
+        } else {
+            break;
         }
     }
 }
@@ -249,6 +278,12 @@ void Daemon::close(Connection* c) {
 }
 
 void Daemon::destroy(Connection* c) {
+    if (!c->counted) {
+        auto at = std::find(waiting_.begin(), waiting_.end(), c);
+        if (at != waiting_.end()) waiting_.erase(at);
+    } else {
+        --open_;
+    }
     {
         std::lock_guard<std::mutex> lock(postMutex_);
         if (c->posted) posted_.erase(std::find(posted_.begin(), posted_.end(), c));
@@ -257,7 +292,6 @@ void Daemon::destroy(Connection* c) {
     connections_[c->index] = last;
     last->index = c->index;
     connections_.pop_back();
-    --open_;
     delete c;
 }
 
