@@ -193,6 +193,15 @@ void Daemon::run() {
     // every connection left is deleted; only then may the daemon and its logs go.
     workers_->stop();
     for (Connection* c : connections_) {
+        // A request cut in flight still gets its line: the status its answer began with,
+        // or 503 when none had begun.
+        if (c->exchange) {
+            Exchange& x = *c->exchange;
+            long bytes = x.streamStart >= 0 ? c->output->delivered() - x.streamStart : x.bytes;
+            logRequest(c, x.status != 0 ? x.status : 503, bytes);
+        }
+    }
+    for (Connection* c : connections_) {
         if (c->counted) --open_;
         delete c;
     }
