@@ -1,14 +1,17 @@
 #!/usr/bin/env bash
-# Benchmark (not a test): wrk against velmorad's GET /status and against nginx (one
-# worker) serving a reply of the same size, with keep-alive and with Connection: close
-# (16 connections), and with keep-alive at the daemon's connection cap (64 connections),
-# in the same run. Prints requests per second, p99 latency, answers other than 2xx and the
-# ratio to nginx. On a small shared machine the figures move from run to run: run it a few
-# times.
-#   scripts/bench-daemon.sh [seconds per run, default 10]
+# Benchmark (not a test): wrk against velmorad's GET /status and against nginx serving a
+# reply of the same size, once with one worker and once with `worker_processes auto`, in
+# the same run: keep-alive and Connection: close at 16 and 256 connections, and keep-alive
+# at 16 connections while 10 000 idle connections are held open. Prints requests per
+# second, p50/p99 latency, answers other than 2xx, the server's RSS after the run and its
+# CPU time per 10 000 requests, and the ratio to nginx with one worker; then a slowloris
+# check: /status latency for an ordinary client while 5000 connections send a head that
+# never ends. The machine's core count and load average come first: on a shared machine
+# the figures move with the load, so read them with it.
+#   scripts/bench-daemon.sh [seconds per run, default 8]
 set -euo pipefail
 cd "$(dirname "$0")/.."
-seconds="${1:-10}"
+seconds="${1:-8}"
 need=()
 for p in wrk nginx-light; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || need+=("$p")
@@ -17,59 +20,150 @@ if [ ${#need[@]} -gt 0 ]; then
     DEBIAN_FRONTEND=noninteractive apt-get update -qq
     DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${need[@]}" >/dev/null
 fi
-cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release -DVELMORA_BUILD_TESTS=OFF >/dev/null
+launcher=()
+command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
+cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release -DVELMORA_BUILD_TESTS=OFF \
+    "${launcher[@]}" >/dev/null
 cmake --build build/release --target velmorad >/dev/null
+ulimit -n 65536 2>/dev/null || ulimit -n "$(ulimit -Hn)"
 
 work=$(mktemp -d)
-trap 'kill $daemon_pid 2>/dev/null || true; nginx -p "$work" -c "$work/nginx.conf" -s stop 2>/dev/null || true; rm -rf "$work"' EXIT
+chmod 755 "$work"  # nginx workers run as another user and read the files below
+holder=""
+cleanup() {
+    [ -n "$holder" ] && kill "$holder" 2>/dev/null || true
+    kill "$daemon_pid" 2>/dev/null || true
+    for conf in one auto; do
+        [ -f "$work/$conf.pid" ] && nginx -p "$work" -c "$work/$conf.conf" -s stop 2>/dev/null || true
+    done
+    rm -rf "$work"
+}
+trap cleanup EXIT
+mkdir -p "$work/home/lib" "$work/www" "$work/logs"
+# Room for the idle connections beside wrk's.
+echo "maxConnections=11000" >"$work/home/lib/velmorad.properties"
 build/release/tools/velmorad/velmorad --port 0 --home "$work/home" >"$work/daemon.out" &
 daemon_pid=$!
 for _ in $(seq 50); do grep -q listening "$work/daemon.out" 2>/dev/null && break; sleep 0.1; done
 port=$(sed -n 's|.*http://127.0.0.1:\([0-9]*\)/.*|\1|p' "$work/daemon.out" | head -n1)
-curl -s "http://127.0.0.1:$port/status" >"$work/status.xml"
+curl -s "http://127.0.0.1:$port/status" >"$work/www/status"
 
+free_port() {
+    python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])'
+}
 # nginx serves a file of the same size as the daemon's answer.
-nginx_port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
-mkdir -p "$work/www" "$work/logs"
-cp "$work/status.xml" "$work/www/status"
-cat >"$work/nginx.conf" <<CONF
-worker_processes 1;
-pid $work/nginx.pid;
-error_log $work/logs/error.log;
-events { worker_connections 1024; }
+start_nginx() {  # name, workers; prints the port
+    local name=$1 workers=$2 p
+    p=$(free_port)
+    cat >"$work/$name.conf" <<CONF
+worker_processes $workers;
+worker_rlimit_nofile 30000;
+pid $work/$name.pid;
+error_log $work/logs/$name.error.log;
+events { worker_connections 12000; }
 http {
     access_log off;
     server {
-        listen 127.0.0.1:$nginx_port;
+        listen 127.0.0.1:$p;
         root $work/www;
         default_type text/xml;
     }
 }
 CONF
-nginx -p "$work" -c "$work/nginx.conf"
-
-run() {  # url, connections, extra wrk arguments...; prints "rps p99 non2xx"
-    local url=$1 connections=$2; shift 2
-    wrk -t2 -c"$connections" -d"${seconds}s" --latency "$@" "$url" >"$work/wrk.out"
-    local rps p99 bad
-    rps=$(awk '/Requests\/sec/ {print $2}' "$work/wrk.out")
-    p99=$(awk '$1 == "99%" {print $2}' "$work/wrk.out")
-    bad=$(awk '/Non-2xx/ {print $NF}' "$work/wrk.out")
-    echo "$rps $p99 ${bad:-0}"
+    nginx -p "$work" -c "$work/$name.conf"
+    for _ in $(seq 50); do [ -s "$work/$name.pid" ] && break; sleep 0.1; done
+    echo "$p"
 }
-cap=$(sed -n 's/^maxConnections=//p' "$work/home/lib/velmorad.properties")
-printf '%-18s %12s %9s %6s %12s %9s %7s\n' mode "velmorad rps" p99 non2xx "nginx rps" p99 ratio
-for mode in keep-alive close cap; do
+one_port=$(start_nginx one 1)
+auto_port=$(start_nginx auto auto)
+
+pids_of() {  # the server's processes: the daemon, or an nginx master and its workers
+    case $1 in
+        velmorad) echo "$daemon_pid" ;;
+        *) local m; m=$(cat "$work/$1.pid"); echo "$m $(pgrep -P "$m" | tr '\n' ' ')" ;;
+    esac
+}
+cpu_ticks() {  # user + system clock ticks of the processes
+    local total=0 p
+    for p in "$@"; do
+        total=$((total + $(awk '{print $14 + $15}' "/proc/$p/stat")))
+    done
+    echo "$total"
+}
+rss_mb() {
+    local total=0 p
+    for p in "$@"; do
+        total=$((total + $(awk '/VmRSS/ {print $2}' "/proc/$p/status")))
+    done
+    awk -v k="$total" 'BEGIN { printf "%.1f", k / 1024 }'
+}
+to_ms() {  # wrk's latency text (850.00us, 1.20ms, 2.01s) in milliseconds
+    awk -v t="$1" 'BEGIN {
+        v = t + 0
+        if (t ~ /us$/) v /= 1000; else if (t ~ /ms$/) v = v; else if (t ~ /s$/) v *= 1000
+        printf "%.2f", v }'
+}
+run() {  # server port connections [wrk arguments]; prints "rps p50 p99 non2xx rss cpu10k"
+    local server=$1 p=$2 connections=$3; shift 3
+    local pids before after rps p50 p99 bad requests
+    pids=$(pids_of "$server")
+    # shellcheck disable=SC2086
+    before=$(cpu_ticks $pids)
+    wrk -t2 -c"$connections" -d"${seconds}s" --latency "$@" "http://127.0.0.1:$p/status" \
+        >"$work/wrk.out"
+    # shellcheck disable=SC2086
+    after=$(cpu_ticks $pids)
+    rps=$(awk '/Requests\/sec/ {print $2}' "$work/wrk.out")
+    requests=$(awk '/requests in/ {print $1}' "$work/wrk.out")
+    p50=$(to_ms "$(awk '$1 == "50%" {print $2}' "$work/wrk.out")")
+    p99=$(to_ms "$(awk '$1 == "99%" {print $2}' "$work/wrk.out")")
+    bad=$(awk '/Non-2xx/ {print $NF}' "$work/wrk.out")
+    local cpu
+    cpu=$(awk -v t=$((after - before)) -v hz="$(getconf CLK_TCK)" -v n="$requests" \
+        'BEGIN { if (n > 0) printf "%.0f", t * 1000 / hz * 10000 / n; else print "-" }')
+    # shellcheck disable=SC2086
+    echo "$rps $p50 $p99 ${bad:-0} $(rss_mb $pids) $cpu"
+}
+
+echo "cores: $(nproc)  load average: $(cut -d' ' -f1-3 /proc/loadavg)  seconds per run: $seconds"
+printf '%-20s %-9s %10s %8s %8s %6s %7s %9s %7s\n' mode server rps p50ms p99ms non2xx rssMB \
+    cpuMs/10k ratio
+for mode in keep-alive-16 close-16 keep-alive-256 close-256 idle-10000; do
     extra=()
-    connections=16
-    [ "$mode" = close ] && extra=(-H "Connection: close")
-    [ "$mode" = cap ] && connections=$cap
-    read -r v_rps v_p99 v_bad < <(run "http://127.0.0.1:$port/status" "$connections" "${extra[@]}")
-    read -r n_rps n_p99 _ < <(run "http://127.0.0.1:$nginx_port/status" "$connections" "${extra[@]}")
-    ratio=$(awk -v a="$v_rps" -v b="$n_rps" 'BEGIN { printf "%.2f", a / b }')
-    label=$mode
-    [ "$mode" = cap ] && label="keep-alive c=$cap"
-    printf '%-18s %12s %9s %6s %12s %9s %7s\n' "$label" "$v_rps" "$v_p99" "$v_bad" "$n_rps" "$n_p99" \
-        "$ratio"
+    connections=${mode##*-}
+    case $mode in close-*) extra=(-H "Connection: close") ;; esac
+    [ "$mode" = idle-10000 ] && connections=16
+    base=""
+    for server in velmorad one auto; do
+        case $server in velmorad) p=$port ;; one) p=$one_port ;; auto) p=$auto_port ;; esac
+        if [ "$mode" = idle-10000 ]; then
+            python3 scripts/hold-connections.py "$p" 10000 idle >"$work/holder.out" &
+            holder=$!
+            for _ in $(seq 600); do grep -q opened "$work/holder.out" 2>/dev/null && break; sleep 0.1; done
+        fi
+        read -r rps p50 p99 bad rss cpu < <(run "$server" "$p" "$connections" "${extra[@]}")
+        if [ -n "$holder" ]; then
+            kill "$holder" 2>/dev/null || true
+            wait "$holder" 2>/dev/null || true
+            holder=""
+            sleep 1
+        fi
+        [ "$server" = one ] && base=$rps
+        label=$server
+        [ "$server" = one ] && label="nginx-1"
+        [ "$server" = auto ] && label="nginx-auto"
+        echo "$mode $label $rps $p50 $p99 $bad $rss $cpu" >>"$work/rows"
+        printf '%-20s %-9s %10s %8s %8s %6s %7s %9s\n' "$mode" "$label" "$rps" "$p50" "$p99" \
+            "$bad" "$rss" "$cpu"
+    done
+    v=$(awk -v m="$mode" '$1 == m && $2 == "velmorad" {print $3}' "$work/rows")
+    awk -v a="$v" -v b="$base" -v m="$mode" \
+        'BEGIN { printf "%-20s velmorad / nginx-1 = %.2f\n", m, a / b }'
 done
-echo "targets: ratio >= 1.0 with keep-alive, >= 0.6 with Connection: close"
+echo "targets: ratio >= 1.0 (aim 1.2) with keep-alive and close, p99 not above nginx-1's," \
+    "RSS under 64 MB with 10 000 idle connections"
+
+echo "slowloris: 5000 connections sending a head that never ends; /status for another client:"
+python3 scripts/hold-connections.py "$port" 5000 slow --probe 15 | tail -n1
+echo "target: the other client's /status answered within 100 ms (max)"
+echo "load average after: $(cut -d' ' -f1-3 /proc/loadavg)"

@@ -81,6 +81,10 @@ printf 'log: %s bytes in velmorad.log, %s backups holding %s bytes\n' \
     "$(stat -c %s "$logs/velmorad.log")" \
     "$(find "$logs" -name 'velmorad.backup_*' | wc -l)" \
     "$(find "$logs" -name 'velmorad.backup_*' -printf '%s\n' | awk '{s += $1} END {print s + 0}')"
+printf 'access log: %s bytes in access.log, %s backups holding %s bytes\n' \
+    "$(stat -c %s "$logs/access.log")" \
+    "$(find "$logs" -name 'access.log.*' | wc -l)" \
+    "$(find "$logs" -name 'access.log.*' -printf '%s\n' | awk '{s += $1} END {print s + 0}')"
 if [ "$status" = 0 ]; then echo "/status answered at the end"; else echo "/status did NOT answer"; fi
 
 kill -TERM "$daemon_pid"

@@ -17,6 +17,8 @@ int addressInUseCode();  // the error number of an address already in use
 int timedOutCode();      // the error number of a receive whose socket time-out expired
 int lastSocketError();   // the socket library's last error of this thread
 void setLastSocketError(int code);
+// The error number of a call given an invalid argument.
+int invalidArgumentCode();
 bool startSocketLibrary();  // Windows Sockets 2.0; nothing to do elsewhere
 
 // The first address that the resolver gives for text in that family: 4 or 16 bytes.

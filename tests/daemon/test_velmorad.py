@@ -347,6 +347,19 @@ class EngineTest(unittest.TestCase):
     """Connections cost no thread: many idle ones leave the daemon answering; heads are
     limited; the stop lets requests in flight finish within its grace and cuts the rest."""
 
+    _shared = None
+
+    @classmethod
+    def shared(cls):
+        if cls._shared is None:
+            cls._shared = Daemon()
+        return cls._shared
+
+    @classmethod
+    def tearDownClass(cls):
+        if cls._shared is not None:
+            cls._shared.stop()
+
     def test_idle_connections_do_not_shut_others_out(self):
         d = Daemon("maxConnections=400\n")
         try:
@@ -398,9 +411,13 @@ class EngineTest(unittest.TestCase):
                         b"Referer: r\x0bforged\xff\r\nConnection: close\r\n\r\n")
             self.assertTrue(out.startswith(b"HTTP/1.1 "), out[:80])
             out = d.raw(b"GET /\r\n\r\n")
+            access = os.path.join(d.home, "logs", "access.log")
+            deadline = time.time() + 10  # a stop under Wine is abrupt: the lines are waited for
+            while LAUNCHER and open(access, "rb").read().count(b"\n") < 5 and time.time() < deadline:
+                time.sleep(0.1)
         finally:
             d.stop(keep_home=True)
-        with open(os.path.join(d.home, "logs", "access.log"), "rb") as f:
+        with open(access, "rb") as f:
             log = f.read()
         shutil.rmtree(d.home, ignore_errors=True)
         lines = log.decode("ascii").split("\n")
@@ -412,7 +429,29 @@ class EngineTest(unittest.TestCase):
         self.assertTrue(lines[3].endswith(r'"r\x0bforged\xff" "a\x22b\x01"'), lines[3])
         self.assertIn(" 431 ", lines[0])
 
+    def test_pipelined_requests_and_a_body_after_leave_to_send_it(self):
+        d = self.shared()
+        # Three requests in one send, the second with a body: three answers in order. (GET
+        # with a body: a POST would need what the guard and the levels demand.)
+        out = d.raw(b"GET /status HTTP/1.1\r\n\r\n"
+                    b"GET /levels HTTP/1.1\r\nContent-Length: 3\r\n\r\nabc"
+                    b"GET /nothing HTTP/1.1\r\nConnection: close\r\n\r\n", wait=3.0)
+        codes = re.findall(rb"HTTP/1.1 (\d{3}) ", out)
+        self.assertEqual(codes[0], b"200")
+        self.assertEqual(codes[-1], b"404")
+        self.assertEqual(len(codes), 3, out)
+        # A client that waits for leave before it sends its body.
+        s = socket.create_connection(("127.0.0.1", d.port), timeout=10)
+        s.sendall(b"GET /status HTTP/1.1\r\nContent-Length: 4\r\n"
+                  b"Expect: 100-continue\r\n\r\n")
+        self.assertEqual(s.recv(4096), b"HTTP/1.1 100 Continue\r\n\r\n")
+        s.sendall(b"abcd")
+        self.assertTrue(s.recv(4096).startswith(b"HTTP/1.1 200 "))
+        s.close()
+
     def test_a_stop_lets_requests_finish_within_its_grace_and_cuts_the_rest(self):
+        if LAUNCHER:
+            self.skipTest("a signal ends a process under Wine at once")
         d = Daemon("stopGraceMs=1000\nreadTimeoutMs=5000\n")
         head = (b"POST /levels HTTP/1.1\r\nContent-Type: application/x-www-form-urlencoded\r\n"
                 b"Content-Length: 20\r\n\r\n")
@@ -501,6 +540,10 @@ class LogTest(unittest.TestCase):
                          for data in files.values())
             return files, logged
 
+        if LAUNCHER:  # a stop under Wine is abrupt: the lines are waited for
+            deadline = time.time() + 10
+            while read_logs()[1] < sent and time.time() < deadline:
+                time.sleep(0.1)
         code = d.stop(keep_home=True)  # the stop writes what is still buffered
         try:
             if not LAUNCHER:
@@ -518,7 +561,8 @@ class LogTest(unittest.TestCase):
                 lines = f.read().decode("ascii").split("\n")[:-1]
             for line in lines:
                 self.assertRegex(line, LOG_LINE)
-            self.assertIn("connections cut at the end of the grace: 0", lines[-1])
+            if not LAUNCHER:
+                self.assertIn("connections cut at the end of the grace: 0", lines[-1])
         finally:
             shutil.rmtree(d.home, ignore_errors=True)
 

@@ -119,6 +119,17 @@ TEST(NetReports, PingFailures) {
     if (!test::mayOpenRawIcmp()) {
         EXPECT_EQ(icmp->ping(&log, "127.0.0.1", 1), -1);
         EXPECT_EQ(log.take().key, "platNet.ping.socketFailed");
+    } else {
+        // Timeouts at the ends of their range: a negative one is a failed wait, not a
+        // time-out; one of many years is clamped rather than overflowing into a bad wait.
+        EXPECT_EQ(icmp->ping(&log, "127.0.0.1", -5), -1);
+        r = log.take();
+        EXPECT_EQ(r.key, "");
+        EXPECT_EQ(r.text.rfind("ping: select 127.0.0.1 failed - ", 0), 0u) << r.text;
+        const int huge = icmp->ping(&log, "127.0.0.1", 2147483647);
+        EXPECT_GE(huge, 0);
+        EXPECT_LT(huge, 500);
+        EXPECT_TRUE(log.reports.empty());
     }
     Icmp::unload();
 }

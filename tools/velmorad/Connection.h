@@ -46,8 +46,9 @@ struct Connection {
     uint64_t handle;
     std::string peer;
     State state = kHead;
-    int interest = -1;  // what the poller watches now
-    size_t index = 0;   // place in the daemon's list of connections
+    int interest = -1;    // what the poller watches now
+    size_t index = 0;     // place in the daemon's list of connections
+    bool counted = true;  // counts against maxConnections (false while it waits for a place)
 
     std::string in;         // received, not yet used
     size_t scanned = 0;     // bytes of `in` searched for line ends

@@ -128,13 +128,31 @@ void Daemon::post(Connection* c) {
     poller_->wake();
 }
 
+// The worker's last touch of the connection. Done and posted under the posting lock: the
+// loop may see the worker done at once and delete the connection, and destroy() takes the
+// same lock, so the connection outlives this and never stays in the posted list.
+void Daemon::workerDone(Connection* c) {
+    {
+        std::lock_guard<std::mutex> lock(postMutex_);
+        {
+            std::lock_guard<std::mutex> mailbox(c->mailboxMutex);
+            c->workerDone = true;
+        }
+        if (!c->posted) {
+            c->posted = true;
+            posted_.push_back(c);
+        }
+    }
+    poller_->wake();
+}
+
 void Daemon::run() {
     resumeNetworkChanges(this);
     workers_.reset(new WorkerPool(kWorkers));
     Poller::Event events[256];
     Clock::time_point nextSweep = Clock::now();
     for (;;) {
-        int n = poller_->wait(events, 256, kSweepMs);
+        int n = poller_->wait(events, 256, waiting_.empty() ? kSweepMs : 10);
         for (int i = 0; i < n; ++i) {
             if (events[i].tag == nullptr) {
                 if (!stopBegun_) acceptAll();
@@ -144,6 +162,7 @@ void Daemon::run() {
         }
         takePosted();
         Clock::time_point now = Clock::now();
+        if (!waiting_.empty()) admitWaiting(now);
         if (stopping_.load() && !stopBegun_) beginStop();
         if (now >= nextSweep) {
             sweep(now);
@@ -176,10 +195,21 @@ void Daemon::run() {
     // every connection left is deleted; only then may the daemon and its logs go.
     workers_->stop();
     endNetworkChanges();
-    for (Connection* c : connections_)
+    for (Connection* c : connections_) {
+        // A request cut in flight still gets its line: the status its answer began with,
+        // or 503 when none had begun.
+        if (c->exchange) {
+            Exchange& x = *c->exchange;
+            long bytes = x.streamStart >= 0 ? c->output->delivered() - x.streamStart : x.bytes;
+            logRequest(c, x.status != 0 ? x.status : 503, bytes);
+        }
+    }
+    for (Connection* c : connections_) {
+        if (c->counted) --open_;
         delete c;
-    open_ -= static_cast<int>(connections_.size());
+    }
     connections_.clear();
+    waiting_.clear();
     access_.flush();
 }
 
@@ -201,10 +231,36 @@ void Daemon::acceptAll() {
         Connection* c = new Connection(this, handle, peer);
         c->index = connections_.size();
         connections_.push_back(c);
-        ++open_;
-        watch(c, Poller::kRead);
-        if (open_.load() > settings_.maxConnections) {
+        if (open_.load() < settings_.maxConnections) {
+            ++open_;
+            watch(c, Poller::kRead);
+        } else {
+            c->counted = false;
+            waiting_.push_back(c);
+        }
+    }
+}
+
+// At the cap, a place that frees within a moment is waited for: a client that closes one
+// connection and opens the next at once would otherwise be refused while the loop has yet
+// to see the close. The refused ones do not count against the cap while they linger, so
+// that refusals cannot keep it full.
+void Daemon::admitWaiting(Clock::time_point now) {
+    const auto kPlaceGrace = std::chrono::milliseconds(50);
+    while (!waiting_.empty()) {
+        Connection* c = waiting_.front();
+        if (open_.load() < settings_.maxConnections) {
+            waiting_.pop_front();
+            c->counted = true;
+            ++open_;
+            c->requestStart = c->lastInput = now;
+            watch(c, Poller::kRead);
+        } else if (now - c->requestStart >= kPlaceGrace || stopBegun_) {
+            waiting_.pop_front();
+            watch(c, Poller::kRead);
             answerRefused(c, 503, "too many connections, try again later");
+        } else {
+            break;
         }
     }
 }
@@ -234,11 +290,20 @@ void Daemon::close(Connection* c) {
 }
 
 void Daemon::destroy(Connection* c) {
+    if (!c->counted) {
+        auto at = std::find(waiting_.begin(), waiting_.end(), c);
+        if (at != waiting_.end()) waiting_.erase(at);
+    } else {
+        --open_;
+    }
+    {
+        std::lock_guard<std::mutex> lock(postMutex_);
+        if (c->posted) posted_.erase(std::find(posted_.begin(), posted_.end(), c));
+    }
     Connection* last = connections_.back();
     connections_[c->index] = last;
     last->index = c->index;
     connections_.pop_back();
-    --open_;
     delete c;
 }
 
@@ -429,11 +494,7 @@ void Daemon::dispatch(Connection* c) {
         bool queued = workers_->submit([this, c] {
             route(*c->exchange);
             c->output->flush();
-            {
-                std::lock_guard<std::mutex> lock(c->mailboxMutex);
-                c->workerDone = true;
-            }
-            post(c);
+            workerDone(c);
         });
         if (queued) return;
         c->onWorker = false;

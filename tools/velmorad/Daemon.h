@@ -17,6 +17,7 @@
 #include <chrono>
 #include <cstdint>
 #include <ctime>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -59,9 +60,12 @@ public:
 
     // From a worker: the connection has news in its mailbox (or its worker is done).
     void post(Connection* c);
+    // From a worker, as the last thing it does with the connection: its answer is complete.
+    void workerDone(Connection* c);
 
 private:
     void acceptAll();
+    void admitWaiting(Clock::time_point now);
     void refuse(uint64_t handle);
     void onEvent(Connection* c, int ready, bool hangup);
     void receive(Connection* c);
@@ -99,6 +103,7 @@ private:
     std::atomic<long> served_{0};
     int cut_ = 0;
     std::vector<Connection*> connections_;
+    std::deque<Connection*> waiting_;  // accepted over the cap, waiting for a place
 
     std::mutex postMutex_;
     std::vector<Connection*> posted_;

@@ -30,6 +30,9 @@ public:
     // nothing still reports a hang-up where the system can).
     virtual bool add(uint64_t handle, int interest, void* tag) = 0;
     virtual bool modify(uint64_t handle, int interest, void* tag) = 0;
+    // Stops watching a handle that the caller closes right after (the daemon never keeps
+    // a handle it no longer watches): epoll drops a closed descriptor by itself, so there
+    // this costs no system call.
     virtual void remove(uint64_t handle) = 0;
     // Up to `max` events, waiting up to `timeoutMs` for the first; 0 when the time passed
     // or wake() was called. Negative on failure.

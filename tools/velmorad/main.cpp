@@ -162,6 +162,9 @@ int serve(const velmorad::CommandLine& cl, velmorad::Settings settings) {
                          failure != nullptr && failure->getText() ? failure->getText() : "\n");
             status = 1;
         } else {
+            // Made before serving: every ping of every request then goes through its one
+            // socket, which hands each reply to the request waiting for it.
+            velmora::Icmp::getInstance(log);
             running = &daemon;
             velmorad::installStopHandler(onStop);
             velmorad::installReloadHandler();

@@ -58,6 +58,9 @@ int addressInUseCode() {
 int timedOutCode() {
     return EAGAIN;  // also EWOULDBLOCK on Linux
 }
+int invalidArgumentCode() {
+    return EINVAL;
+}
 int lastSocketError() {
     return errno;
 }

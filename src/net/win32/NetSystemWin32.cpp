@@ -42,6 +42,9 @@ int addressInUseCode() {
 int timedOutCode() {
     return WSAETIMEDOUT;
 }
+int invalidArgumentCode() {
+    return WSAEINVAL;
+}
 int lastSocketError() {
     return WSAGetLastError();
 }
