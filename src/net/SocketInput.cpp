@@ -84,6 +84,17 @@ int SocketInput::receiveNow() {
     return -1;
 }
 
+int SocketInput::acceptBlock(const char* data, int length) {
+    readPosition_ = 0;
+    fillCount_ = length < kBufferSize ? (length > 0 ? length : 0) : kBufferSize;
+    if (fillCount_ == 0) {
+        socketError_ = true;
+        return 0;
+    }
+    std::memcpy(buffer_, data, static_cast<size_t>(fillCount_));
+    return fillCount_;
+}
+
 bool SocketInput::readByte(char* out) {
     if (readPosition_ >= fillCount_ && !fillBuffer()) return false;
     *out = buffer_[readPosition_++];

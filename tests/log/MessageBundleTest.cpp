@@ -50,7 +50,7 @@ std::string winsockName(int code) {
     setLastError(static_cast<unsigned long>(code));
     char* name = SystemErrorFactory::getWinsockErrorString();
     std::string copy = name;
-    std::free(name);
+    velmora::release(name);
     return copy;
 }
 
