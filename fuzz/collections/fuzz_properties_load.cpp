@@ -3,14 +3,14 @@
 #include <velmora/collections/ListMap.h>
 #include <velmora/collections/PropertiesFile.h>
 
-#include <unistd.h>
-
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
+
+#include "support/ScratchFile.h"
 
 using namespace velmora;
 
@@ -29,22 +29,15 @@ std::vector<std::pair<std::string, std::string>> entries(Map& m) {
     return out;
 }
 
-const std::string& path() {
-    static const std::string p = "/tmp/velmora_fuzz_props_" + std::to_string(getpid());
-    return p;
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    FILE* f = std::fopen(path().c_str(), "wb");
-    if (f == nullptr) return 0;
-    std::fwrite(data, 1, size, f);
-    std::fclose(f);
-    std::unique_ptr<Map> first(PropertiesFile::makeMap(path().c_str(), '='));
+    const std::string& path = fuzzing::scratchPath("props");
+    if (!fuzzing::writeScratch(path, data, size)) return 0;
+    std::unique_ptr<Map> first(PropertiesFile::makeMap(path.c_str(), '='));
     if (!first->getStore()->save()) std::abort();
-    std::unique_ptr<Map> second(PropertiesFile::makeMap(path().c_str(), '='));
+    std::unique_ptr<Map> second(PropertiesFile::makeMap(path.c_str(), '='));
     if (entries(*first) != entries(*second)) std::abort();
-    std::remove(path().c_str());
+    std::remove(path.c_str());
     return 0;
 }

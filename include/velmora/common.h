@@ -43,6 +43,7 @@
 #include <velmora/text/FileReader.h>
 #include <velmora/text/FileWriter.h>
 #include <velmora/text/MulticastWriter.h>
+#include <velmora/text/Release.h>
 #include <velmora/text/StringBuffer.h>
 #include <velmora/text/StringReader.h>
 #include <velmora/text/StringWriter.h>

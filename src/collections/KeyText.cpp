@@ -17,6 +17,13 @@ char* copy(const char* s) {
     return c;
 }
 
+char* copyBlock(const char* s) {
+    size_t n = std::strlen(s) + 1;
+    char* c = static_cast<char*>(std::malloc(n));
+    if (c != nullptr) std::memcpy(c, s, n);
+    return c;
+}
+
 char* fill(char* buf, int size, const char* text) {
     if (buf == nullptr || size <= 0) return buf;
     std::memset(buf, 0, static_cast<size_t>(size));

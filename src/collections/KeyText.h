@@ -29,7 +29,8 @@ inline size_t hash(const char* s) {
     return static_cast<size_t>(h);
 }
 
-char* copy(const char* s);  // new[] copy, freed with delete[]
+char* copy(const char* s);       // new[] copy, freed with delete[]
+char* copyBlock(const char* s);  // malloc copy, given back with velmora::release
 // Zeroes all `size` bytes, then copies at most `size` bytes of `text` (null: nothing).
 char* fill(char* buf, int size, const char* text);
 

@@ -129,7 +129,7 @@ void KeyedList::get(const char* key, char** out, const char* def) {
     ListLock hold(this);
     ListTuple* t = find(key);
     const char* v = t != nullptr ? t->value_ : def;
-    *out = v != nullptr ? keytext::copy(v) : nullptr;
+    *out = v != nullptr ? keytext::copyBlock(v) : nullptr;
 }
 
 char* KeyedList::getAtIndex(int i, char* buf, int size) {

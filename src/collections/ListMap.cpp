@@ -269,7 +269,7 @@ void ListMap::get(const char* key, char** out, const char* def) {
     MapLock hold(this);
     ListTuple* t = key != nullptr ? findTuple(key) : nullptr;
     const char* v = t != nullptr ? t->value_ : def;
-    *out = v != nullptr ? keytext::copy(v) : nullptr;
+    *out = v != nullptr ? keytext::copyBlock(v) : nullptr;
 }
 
 // The typed getters lock too, although a plain list walk could do without: the index may

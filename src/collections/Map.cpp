@@ -1,4 +1,5 @@
 #include <velmora/collections/Map.h>
+#include <velmora/text/Release.h>
 
 namespace velmora {
 
@@ -15,7 +16,7 @@ Map::~Map() {
 }
 
 void Map::freeValue(char* value) {
-    delete[] value;
+    release(value);
 }
 
 }  // namespace velmora

@@ -4,6 +4,7 @@
 #include <velmora/text/StringWriter.h>
 
 #include <string>
+#include <vector>
 
 #include "collections/KeyText.h"
 #include "collections/PropertyLines.h"
@@ -72,6 +73,21 @@ void writePending(StringWriter& out, ListMap& pending, const char* key, const ch
     pending.remove(lookup);
 }
 
+// True when every entry read from the parts of one long line is still in the map with
+// the value read (passwords aside: they are always written through protection).
+bool isUnchanged(const std::vector<props::Line>& lines, ListMap& pending) {
+    for (const props::Line& line : lines) {
+        if (line.kind != props::Line::Entry) continue;
+        if (isPasswordKey(line.key.c_str())) return false;
+        char* value = nullptr;
+        pending.get(line.key.c_str(), &value, nullptr);
+        bool same = value != nullptr && line.value == value;
+        Map::freeValue(value);
+        if (!same) return false;
+    }
+    return true;
+}
+
 class StoreLock {
 public:
     explicit StoreLock(MapStore* store) : store_(store) { store_->lock(); }
@@ -116,7 +132,7 @@ bool PropertiesFile::load() {
     std::string text;
     if (!props::readFile(path_, &text)) return false;
     map->clear();
-    props::LineReader reader(text, separator_, false);
+    props::LineReader reader(text, separator_);
     props::Line line;
     while (reader.next(line)) {
         if (line.kind != props::Line::Entry) continue;
@@ -151,26 +167,40 @@ bool PropertiesFile::write(bool keepDropped) {
     pending.copyAll(map);
     std::string text;
     if (props::readFile(path_, &text)) {
-        props::LineReader reader(text, separator_, true);
-        props::Line line;
-        while (reader.next(line)) {
-            writeBlanks(out, line.blanksBefore);
-            if (line.kind == props::Line::Comment) {
-                out.write(line.raw, static_cast<int>(line.rawLength));
+        props::LineReader reader(text, separator_);
+        std::vector<props::Line> lines;
+        while (reader.nextPhysical(lines)) {
+            const props::Line& whole = lines.front();
+            writeBlanks(out, whole.blanksBefore);
+            if (whole.kind == props::Line::End) break;
+            if (lines.size() > 1 && isUnchanged(lines, pending)) {
+                // A line longer than a line may be is kept as it is while the map still
+                // holds what a load takes from it, so that saving loses none of it.
+                out.write(whole.raw, static_cast<int>(whole.rawLength));
                 out.write('\n');
-            } else if (line.kind == props::Line::Entry) {
-                const char* key = line.key.c_str();
-                if (isPasswordKey(key)) {
-                    if (isPasswordPlace(line) && pending.containsKey(kPassword)) {
-                        writePending(out, pending, key, kPassword);
+                for (const props::Line& line : lines) {
+                    if (line.kind == props::Line::Entry) pending.remove(line.key.c_str());
+                }
+                continue;
+            }
+            for (const props::Line& line : lines) {
+                if (line.kind == props::Line::Comment) {
+                    out.write(line.raw, static_cast<int>(line.rawLength));
+                    out.write('\n');
+                } else if (line.kind == props::Line::Entry) {
+                    const char* key = line.key.c_str();
+                    if (isPasswordKey(key)) {
+                        if (isPasswordPlace(line) && pending.containsKey(kPassword)) {
+                            writePending(out, pending, key, kPassword);
+                            continue;
+                        }
+                    } else if (pending.containsKey(key)) {
+                        writePending(out, pending, key, key);
                         continue;
                     }
-                } else if (pending.containsKey(key)) {
-                    writePending(out, pending, key, key);
-                    continue;
-                }
-                if (keepDropped && !(isPasswordKey(key) && map->containsKey(kPassword))) {
-                    writeLine(out, key, line.value.c_str());
+                    if (keepDropped && !(isPasswordKey(key) && map->containsKey(kPassword))) {
+                        writeLine(out, key, line.value.c_str());
+                    }
                 }
             }
         }
@@ -188,7 +218,7 @@ bool PropertiesFile::write(bool keepDropped) {
     }
     if (fs::exists(path_) && fs::isReadOnly(path_) && !fs::makeWritable(path_)) return false;
     FileUtil::verifyPath(path_);
-    if (!fs::writeThenReplace(path_, out.getString(), static_cast<size_t>(out.getLength())))
+    if (!FileUtil::rewriteFile(path_, out.getString(), static_cast<size_t>(out.getLength())))
         return false;
     // lastModified_ stays: the next load() reads the file back as written.
     modified_ = false;

@@ -33,6 +33,7 @@ bool LineReader::next(Line& line) {
     line.value.clear();
     line.raw = nullptr;
     line.rawLength = 0;
+    line.cut = false;
     if (pos_ >= size) {
         line.kind = Line::End;
         done_ = true;
@@ -40,17 +41,15 @@ bool LineReader::next(Line& line) {
     }
     const size_t start = pos_;
     size_t end = start;
-    while (end < size && !isLineEnd(text_[end]) && end - start < kMaxLine)
+    const bool comment = text_[start] == '#';
+    while (end < size && !isLineEnd(text_[end]) && (comment || end - start < kMaxLine))
         ++end;
-    if (text_[start] == '#') {
-        if (wholeComments_) {
-            while (end < size && !isLineEnd(text_[end]))
-                ++end;
-        }
+    line.raw = text_.data() + start;
+    line.rawLength = end - start;
+    line.cut = end < size && !isLineEnd(text_[end]);
+    if (comment) {
         pos_ = end;
         line.kind = Line::Comment;
-        line.raw = text_.data() + start;
-        line.rawLength = end - start;
         return true;
     }
     pos_ = end;
@@ -70,6 +69,20 @@ bool LineReader::next(Line& line) {
     line.kind = Line::Entry;
     line.key.assign(p, k);
     line.value.assign(p + v, n - v);
+    return true;
+}
+
+bool LineReader::nextPhysical(std::vector<Line>& lines) {
+    lines.clear();
+    do {
+        lines.emplace_back();
+        if (!next(lines.back())) {
+            lines.pop_back();
+            return false;
+        }
+    } while (lines.back().cut);
+    Line& first = lines.front();
+    first.rawLength = static_cast<size_t>(lines.back().raw + lines.back().rawLength - first.raw);
     return true;
 }
 

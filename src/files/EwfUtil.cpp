@@ -75,14 +75,14 @@ void appendHex(std::wstring& out, const uint8_t* bytes, int count) {
 }
 
 // The operations that act on one protected volume once it is open.
-enum class Work { state, command, ramUsage, setCommand };
+enum class Work { find, state, command, ramUsage, setCommand };
 
 // Reads one field of the configuration, releases it and closes the volume.
 int64_t readConfig(HANDLE* device, Work work, Failure* failure) {
     EWF_VOLUME_CONFIG* config = table.GetProtectedVolumeConfig(*device);
     if (config == nullptr) {
         failure->record("EwfMgrGetProtectedVolumeConfig", ewfsys::lastError());
-        return 0;
+        return -1;
     }
     int64_t value = 0;
     if (work == Work::state) {
@@ -127,14 +127,16 @@ bool setCommand(HANDLE* device, int command, Failure* failure) {
 }
 
 // Walks the protected volumes to the one on `drive` and does the work there. A drive with
-// no protected volume answers 0 without a report.
+// no protected volume answers 0 without a report; a step that fails before the answer is
+// known answers -1 (false for a command), reported, so that 0 never stands for a failure.
 int64_t onVolume(wchar_t drive, ErrorHandler* err, Work work, int command) {
     Failure failure;
+    const int64_t failed = work == Work::setCommand ? 0 : -1;
     EWF_VOLUME_NAME_ENTRY* list = table.GetProtectedVolumeList();
     if (list == nullptr) {
         failure.record("EwfMgrGetProtectedVolumeList", ewfsys::lastError());
         failure.report(err);
-        return 0;
+        return failed;
     }
     int64_t result = 0;
     HANDLE device = nullptr;
@@ -142,6 +144,11 @@ int64_t onVolume(wchar_t drive, ErrorHandler* err, Work work, int command) {
         const WCHAR letter = table.GetDriveLetterFromVolumeName(list->Name);
         if (letter == 0) {
             failure.record("EwfMgrGetDriveLetterFromVolumeName", ewfsys::lastError());
+            result = failed;
+            break;
+        }
+        if (sameDrive(letter, drive) && work == Work::find) {
+            result = 1;
             break;
         }
         if (sameDrive(letter, drive)) {
@@ -149,6 +156,7 @@ int64_t onVolume(wchar_t drive, ErrorHandler* err, Work work, int command) {
             if (!isOpen(device)) {
                 failure.record("EwfMgrOpenProtected", ewfsys::lastError());
                 device = nullptr;
+                result = failed;
             } else if (work == Work::setCommand) {
                 result = setCommand(&device, command, &failure) ? 1 : 0;
             } else {
@@ -302,6 +310,10 @@ void EwfUtil::unload() {
     instance = nullptr;
     ewfsys::unload();
     table = ewf::Functions();
+}
+
+int EwfUtil::isProtected(wchar_t drive, ErrorHandler* err) {
+    return static_cast<int>(onVolume(drive, err, Work::find, 0));
 }
 
 int EwfUtil::getOverlayState(wchar_t drive, ErrorHandler* err) {

@@ -28,10 +28,15 @@ bool modificationTime(const char* path, int64_t* time);
 bool isReadOnly(const char* path);
 // Clears the read-only state; true when the file is writable afterwards.
 bool makeWritable(const char* path);
-// Writes all `len` bytes to a new file beside `path`, then puts it in place of `path`
-// in one step, so that readers see the old text or the new one and a failed write
-// (full disk, short write) leaves the old file untouched. False on any failure.
-bool writeThenReplace(const char* path, const char* data, size_t len);
+// Gives the file `path` names (symbolic links followed) the `len` bytes as its whole
+// content. The bytes go to a new file of a unique name beside the real file, are flushed
+// to disk, take the old file's mode, owner and group, and the new file is then renamed
+// over the old one: readers see the old text or the new one, a failed write (full disk,
+// short write) leaves the old file untouched, and of several saves at once the last
+// rename wins whole. Where no file can be made beside it (a directory that is not
+// writable, an owner the new file could not be given) an existing file is rewritten in
+// place under an exclusive lock instead. 0 on success, else the system's error number.
+int rewrite(const char* path, const char* data, size_t len);
 
 FILE* openStream(const char* path, const char* mode);  // binary stdio stream, or null
 int openForReading(const char* path);                  // descriptor, or -1

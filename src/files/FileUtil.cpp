@@ -134,6 +134,12 @@ void FileUtil::getFilesystemName(const char* path, char* buf, int size) {
     if (sep != std::string::npos && sep < n) buf[sep] = '\\';
 }
 
+bool FileUtil::rewriteFile(const char* path, const char* data, size_t length, int* error) {
+    int code = data == nullptr && length > 0 ? -1 : fs::rewrite(path, data, length);
+    if (error != nullptr) *error = code;
+    return code == 0;
+}
+
 int FileUtil::renameToBackup(const char* path, int max) {
     if (path == nullptr || path[0] == '\0') return -1;
     std::string source(path);

@@ -47,7 +47,7 @@ protected:
             ranOut_ = true;
             return false;
         }
-        position_ += fillFrom(data_ + position_, length_ - position_);
+        position_ += acceptBlock(data_ + position_, length_ - position_);
         return true;
     }
 

@@ -8,7 +8,8 @@ namespace velmora {
 namespace logsys {
 
 // The calling thread's last system error (GetLastError, errno) and last socket error
-// (WSAGetLastError, errno).
+// (WSAGetLastError; off Windows errno, as the equal Windows Sockets code where there is
+// one).
 unsigned long lastError();
 unsigned long lastSocketError();
 // The system's message text for `code` in a new buffer to free with freeErrorText, or null

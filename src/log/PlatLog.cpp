@@ -49,11 +49,8 @@ bool lookUp(JNIEnv* env) {
     return true;
 }
 
-}  // namespace
-
-extern "C" void platLog(JNIEnv* env, const char* logName, int level, const char* message) {
-    if (env == nullptr) env = attachedEnv();
-    if (env == nullptr || logName == nullptr) return;
+// Logs through the Java side; the caller's pending exception, if any, was set aside.
+void logLine(JNIEnv* env, const char* logName, int level, const char* message) {
     jstring text = message != nullptr ? env->NewStringUTF(message) : nullptr;
     if (!lookUp(env) || env->ExceptionCheck()) {
         // A missing class or method: say why on the error stream, as for getLog below.
@@ -75,6 +72,24 @@ extern "C" void platLog(JNIEnv* env, const char* logName, int level, const char*
     args[2].l = nullptr;
     // An exception thrown by log itself stays pending for the calling Java code.
     env->CallVoidMethodA(log, logMethod, args);
+}
+
+}  // namespace
+
+extern "C" void platLog(JNIEnv* env, const char* logName, int level, const char* message) {
+    if (env == nullptr) env = attachedEnv();
+    if (env == nullptr || logName == nullptr) return;
+    // No Java call may be made while an exception is pending, yet the caller's exception
+    // must reach its Java code: it is set aside for the line and thrown again afterwards,
+    // taking precedence over anything the logging itself threw.
+    jthrowable pending = env->ExceptionOccurred();
+    if (pending != nullptr) env->ExceptionClear();
+    logLine(env, logName, level, message);
+    if (pending != nullptr) {
+        if (env->ExceptionCheck()) env->ExceptionDescribe();
+        env->Throw(pending);
+        env->DeleteLocalRef(pending);
+    }
 }
 
 #else

@@ -84,12 +84,15 @@ int SocketInput::receiveNow() {
     return -1;
 }
 
-int SocketInput::fillFrom(const char* data, int count) {
-    const int stored = count < kBufferSize ? (count > 0 ? count : 0) : kBufferSize;
-    if (stored > 0) std::memcpy(buffer_, data, static_cast<size_t>(stored));
+int SocketInput::acceptBlock(const char* data, int length) {
     readPosition_ = 0;
-    fillCount_ = stored;
-    return stored;
+    fillCount_ = length < kBufferSize ? (length > 0 ? length : 0) : kBufferSize;
+    if (fillCount_ == 0) {
+        socketError_ = true;
+        return 0;
+    }
+    std::memcpy(buffer_, data, static_cast<size_t>(fillCount_));
+    return fillCount_;
 }
 
 bool SocketInput::readByte(char* out) {

@@ -4,6 +4,9 @@
 
 #include <velmora/platform/RegUtil.h>
 
+#include <cstddef>
+#include <string>
+
 namespace velmora {
 namespace regsys {
 
@@ -23,6 +26,10 @@ long queryValue(RegKey key, const char* name, unsigned long* type, unsigned char
 long setValue(RegKey key, const char* name, unsigned long type, const unsigned char* data,
               unsigned long size);
 long flushKey(RegKey key);
+
+// Registry text (the system's code page on Windows; elsewhere one byte per character,
+// ISO 8859-1) as UTF-16 code units, the form Java strings are made from.
+std::u16string codePageToUtf16(const char* text, size_t length);
 
 // GetVersionExA with the plain 148-byte record; false when the call fails or there is no
 // such call.

@@ -43,8 +43,22 @@ RegKey openPath(ErrorHandler* err, RegKey root, const char* const* path, int cou
     return current;
 }
 
-void emptyText(unsigned char* data, const unsigned long* size) {
-    if (data != nullptr && size != nullptr && *size > 0) data[0] = 0;
+// `capacity` is the caller's buffer size as given, not the size the query answered.
+void emptyText(unsigned char* data, unsigned long capacity) {
+    if (data != nullptr && capacity > 0) data[0] = 0;
+}
+
+// A text value need not be stored with its terminator: the text read is ended within the
+// buffer, at its end when the value filled it, so that it is never read past.
+void terminateText(unsigned long type, unsigned char* data, unsigned long length,
+                   unsigned long capacity) {
+    const bool text = type == 1 || type == 2 || type == regsys::kMultiSz;  // SZ, EXPAND_SZ
+    if (!text || data == nullptr || capacity == 0) return;
+    if (length < capacity) {
+        data[length] = 0;
+    } else if (data[capacity - 1] != 0) {
+        data[capacity - 1] = 0;
+    }
 }
 
 // Writes with the type the value already has; a value that does not exist is not created.
@@ -115,8 +129,12 @@ jobjectArray javaStrings(JNIEnv* env, char** entries, int count, const char* end
     env->DeleteLocalRef(stringClass);
     if (array == nullptr) return nullptr;
     for (int i = 0; i < count; ++i) {
-        std::string text(entries[i], strnlen(entries[i], static_cast<size_t>(end - entries[i])));
-        jstring s = env->NewStringUTF(text.c_str());
+        // Registry text is in the system's code page, not the modified UTF-8 that
+        // NewStringUTF expects: it is made into UTF-16 first, so "é" (0xE9) stays "é".
+        const std::u16string text = regsys::codePageToUtf16(
+            entries[i], strnlen(entries[i], static_cast<size_t>(end - entries[i])));
+        jstring s = env->NewString(reinterpret_cast<const jchar*>(text.data()),
+                                   static_cast<jsize>(text.size()));
         if (s == nullptr) return nullptr;  // the pending OutOfMemoryError tells the caller
         env->SetObjectArrayElement(array, i, s);
         env->DeleteLocalRef(s);
@@ -141,17 +159,22 @@ long RegUtil::getKeyValue(ErrorHandler* err, RegKey root, const char* const* pat
                           const char* name, unsigned long* type, unsigned char* data,
                           unsigned long* size) {
     long status = 0;
+    const unsigned long capacity = size != nullptr ? *size : 0;
     RegKey key = openPath(err, root, path, count, kRead, &status);
     if (key == nullptr) {
-        emptyText(data, size);
+        emptyText(data, capacity);
         return status != regsys::kSuccess ? status : regsys::kNotFound;
     }
-    status = regsys::queryValue(key, name, type, data, size);
+    unsigned long kind = 0;
+    status = regsys::queryValue(key, name, &kind, data, size);
+    if (type != nullptr) *type = kind;
     if (status != regsys::kSuccess) {
         if (status != regsys::kNotFound) {
             SystemErrorFactory::error(err, static_cast<unsigned long>(status));
         }
-        emptyText(data, size);
+        emptyText(data, capacity);
+    } else if (size != nullptr) {
+        terminateText(kind, data, *size, capacity);
     }
     regsys::closeKey(key);
     return status;

@@ -346,7 +346,11 @@ int TcpIpUtil::setAdapterSettingsXml(TcpIpAdapterSettings* a, bool adapterLevel,
     // Flags that the element leaves out read as false: the adapter, DHCP and IPv6 are
     // switched off where the adapter allows it.
     if (a->canDisable(err)) a->setEnabled(err, elem->getb("enabled", false));
-    if (a->canUseDhcp(err)) a->setDhcpEnabled(err, elem->getb("dhcpEnabled", false));
+    // An adapter that is to take its address from DHCP gets no static address: its own
+    // document carries the current lease, and applying that would pin the adapter to it.
+    const bool canUseDhcp = a->canUseDhcp(err);
+    const bool dhcp = canUseDhcp && elem->getb("dhcpEnabled", false);
+    if (canUseDhcp) a->setDhcpEnabled(err, dhcp);
     if (a->isIpv6Supported(err)) {
         if (a->canDisableIpv6(err)) a->setIpv6Enabled(err, elem->getb("ipv6Enabled", false));
         if (a->canUseIpv6Dhcp(err)) {
@@ -354,7 +358,7 @@ int TcpIpUtil::setAdapterSettingsXml(TcpIpAdapterSettings* a, bool adapterLevel,
         }
     }
 
-    const char* address = elem->get("ipAddress", nullptr);
+    const char* address = dhcp ? nullptr : elem->get("ipAddress", nullptr);
     if (address != nullptr) {
         const char* mask = elem->get("subnetMask", nullptr);
         if (mask == nullptr) {

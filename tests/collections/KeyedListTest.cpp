@@ -33,6 +33,10 @@ TEST(KeyedList, RepeatedKeysAndPositions) {
     EXPECT_TRUE(l.getBooleanAtIndex(3));
     EXPECT_STREQ(l.getKey(2, buf, 8), "A");
     EXPECT_TRUE(l.isModified());
+    char* copy = nullptr;
+    l.get("a", &copy, "d");
+    EXPECT_STREQ(copy, "1");
+    velmora::release(copy);  // the library's one way back for every block it hands out
 }
 
 // remove(i) keeps the count; removeAll lowers it; positions past the entries find nothing.

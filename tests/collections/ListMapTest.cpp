@@ -70,7 +70,7 @@ TEST(ListMap, BufferAndAllocatingGetters) {
     char* out = nullptr;
     m.get("K", &out, "d");
     EXPECT_STREQ(out, "abcd");
-    Map::freeValue(out);
+    velmora::release(out);
     m.get("none", &out, nullptr);
     EXPECT_EQ(out, nullptr);
 }

@@ -8,6 +8,18 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <thread>
+#include <vector>
+
+#ifndef _WIN32
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#endif
 
 #include "support/TempDir.h"
 
@@ -111,12 +123,25 @@ TEST(PropertiesFile, FailedSaveNeverTruncatesTheFile) {
     EXPECT_TRUE(store(*m)->save());
     EXPECT_EQ(readFile(path), "a=2\n");
 
-    // Something in the way of the new text: the save fails before touching the file.
-    std::filesystem::create_directory(path + ".saving");
-    m->set("a", "3");
-    EXPECT_FALSE(store(*m)->save());
+#ifndef _WIN32
+    // A write that cannot complete (the process may write no file past 64 bytes): the
+    // save fails and the old text is still there, whole.
+    struct rlimit before;
+    getrlimit(RLIMIT_FSIZE, &before);
+    struct rlimit small = before;
+    small.rlim_cur = 64;
+    auto oldSignal = std::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    m->set("a", std::string(200, '3').c_str());
+    bool saved = store(*m)->save();
+    setrlimit(RLIMIT_FSIZE, &before);
+    std::signal(SIGXFSZ, oldSignal);
+    EXPECT_FALSE(saved);
     EXPECT_EQ(readFile(path), "a=2\n");
-    EXPECT_EQ(value(*m, "a"), "3");
+    EXPECT_EQ(value(*m, "a"), std::string(200, '3'));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1)
+        << "nothing is left beside the file";
+#endif
 
     auto blocked = open(dir.file("r.properties/sub.properties"));
     blocked->set("a", "1");
@@ -155,10 +180,119 @@ TEST(PropertiesFile, MultiKeyFileKeepsRepeatedKeysInOrder) {
     f.add("route", "c");
     EXPECT_TRUE(f.isModified());
     ASSERT_TRUE(f.save());
-    EXPECT_EQ(readFile(path), "route=a\nother=x\nROUTE=b\nroute=c\n");
+    EXPECT_EQ(readFile(path), "# routes\nroute=a\nother=x\nROUTE=b\nroute=c\n");
     touchLater(path);
     ASSERT_TRUE(f.load());
     EXPECT_EQ(f.getCount(), 4) << "a reload starts the count again";
     char buf[8];
     EXPECT_STREQ(f.getAtIndex(3, buf, 8), "c");
+}
+
+// Comments longer than a line may be stay comments, and long lines, a multi-key file's
+// separator, comments and blank lines all come back unchanged from a load and a save.
+TEST(PropertiesFile, LongLinesCommentsAndSeparatorsSurviveASave) {
+    TempDir dir;
+    std::string path = dir.file("long.properties");
+    std::string comment = "# " + std::string(1100, 'c') + "tail=value";
+    std::string longLine = "k=" + std::string(1500, 'v');
+    std::string text = comment + "\n\na=1\n" + longLine + "\n# end\n";
+    ASSERT_TRUE(writeFile(path, text));
+    auto m = open(path);
+    EXPECT_EQ(value(*m, "tail"), "<none>") << "a comment's tail is no property";
+    EXPECT_EQ(value(*m, "k"), std::string(1021, 'v'));
+    ASSERT_TRUE(store(*m)->save());
+    EXPECT_EQ(readFile(path), text);
+    m->set("k", "short");
+    ASSERT_TRUE(store(*m)->save());
+    EXPECT_EQ(readFile(path), comment + "\n\na=1\nk=short\n# end\n");
+
+    std::string multiPath = dir.file("multi.properties");
+    std::string multi = "# routes\nroute:a\n\n" + comment +
+                        "\nroute:b\nx:" + std::string(1200, 'x') + "\n\n# last\nother:1\n";
+    ASSERT_TRUE(writeFile(multiPath, multi));
+    MultiKeyPropertiesFile f(multiPath.c_str(), ':');
+    ASSERT_TRUE(f.load());
+    EXPECT_EQ(f.getCount(), 4);
+    ASSERT_TRUE(f.save());
+    EXPECT_EQ(readFile(multiPath), multi) << "an unchanged list saves the file as it was";
+    f.set(1, "B");
+    f.add("route", "c");
+    ASSERT_TRUE(f.save());
+    touchLater(multiPath);
+    MultiKeyPropertiesFile again(multiPath.c_str(), ':');
+    ASSERT_TRUE(again.load());
+    EXPECT_EQ(again.keyCount("route"), 3) << readFile(multiPath);
+    EXPECT_EQ(readFile(multiPath), "# routes\nroute:a\n\n" + comment + "\nroute:B\nx:" +
+                                       std::string(1200, 'x') + "\n\n# last\nother:1\nroute:c\n");
+}
+
+// A save replaces the file a link names, keeps its mode, owner and group, works in place
+// where the directory may not be written, and of several saves at once one wins whole.
+TEST(PropertiesFile, SaveReplacesTheRealFileWhole) {
+    TempDir dir;
+    std::string path = dir.file("real.properties");
+    ASSERT_TRUE(writeFile(path, "a=1\n"));
+#ifndef _WIN32
+    std::string link = dir.file("link.properties");
+    ASSERT_EQ(symlink("real.properties", link.c_str()), 0);
+    ASSERT_EQ(chmod(path.c_str(), 0640), 0);
+    const bool root = geteuid() == 0;
+    if (root) {
+        ASSERT_EQ(chown(path.c_str(), 4242, 4343), 0);
+    }
+    {
+        auto m = open(link);
+        m->set("a", "2");
+        ASSERT_TRUE(store(*m)->save());
+    }
+    EXPECT_TRUE(std::filesystem::is_symlink(link)) << "the link stays a link";
+    EXPECT_EQ(readFile(path), "a=2\n");
+    struct stat st;
+    ASSERT_EQ(stat(path.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0640u);
+    if (root) {
+        EXPECT_EQ(st.st_uid, 4242u);
+        EXPECT_EQ(st.st_gid, 4343u);
+    }
+
+    // A directory its user may not write: the file is rewritten in place. Run as another
+    // user in a child when this is root, since root may write any directory.
+    std::string locked = dir.file("locked");
+    std::filesystem::create_directory(locked);
+    std::string inside = locked + "/in.properties";
+    ASSERT_TRUE(writeFile(inside, "# kept\nb=1\n"));
+    pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        if (root &&
+            (chown(inside.c_str(), 65534, 65534) != 0 || setgid(65534) != 0 || setuid(65534) != 0))
+            _exit(2);
+        if (!root && chmod(locked.c_str(), 0555) != 0) _exit(2);
+        std::unique_ptr<Map> m(PropertiesFile::makeMap(inside.c_str(), '='));
+        m->set("b", "2");
+        _exit(m->getStore()->save() ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    EXPECT_EQ(readFile(inside), "# kept\nb=2\n");
+#endif
+
+    // Two objects saving one file at once, many times: whatever order the saves end in,
+    // the file always holds one of the texts whole.
+    std::vector<std::thread> savers;
+    for (char letter : {'x', 'y', 'z'}) {
+        savers.emplace_back([&path, letter] {
+            auto m = open(path);
+            for (int i = 0; i < 40; ++i) {
+                m->set("a", std::string(30000, letter).c_str());
+                store(*m)->save();
+            }
+        });
+    }
+    for (auto& t : savers)
+        t.join();
+    std::string text = readFile(path);
+    ASSERT_EQ(text.size(), 30003u) << text.substr(0, 40);
+    EXPECT_EQ(text.find_first_not_of(text[2], 2), text.size() - 1) << "one text, not a mix";
 }

@@ -490,7 +490,8 @@ class WriteFilterTest(unittest.TestCase):
         fake = os.path.join(os.path.dirname(os.path.abspath(DAEMON)), "ewf-fake")
         if not LAUNCHER or not os.path.isdir(fake):
             raise unittest.SkipTest("the test filter library exists in the Windows build only")
-        cls.d = Daemon("writeFilter.apply=true\n", env={"WINEPATH": "Z:" + fake.replace("/", "\\"),
+        cls.d = Daemon("writeFilter.apply=true\n", env={"VELMORA_TEST_EWFAPI":
+                            "Z:" + os.path.join(fake, "ewfapi.dll").replace("/", "\\"),
                         "VELMORA_FAKE_EWF": "C:1:0:4:5000000000 D:0:1:0:0"})
 
     @classmethod
@@ -508,6 +509,8 @@ class WriteFilterTest(unittest.TestCase):
         self.assertEqual(r.status, 200, body)
         self.assertEqual(ET.fromstring(body).get("command"), "2")
         r, body = d.get("/write-filter?drive=E&command=1", method="POST")
+        self.assertEqual(r.status, 404, body)
+        r, body = d.get("/write-filter?drive=E")
         self.assertEqual(r.status, 404, body)
         r, body = d.get("/write-filter?drive=C&command=3", method="POST")
         self.assertEqual(r.status, 400, body)

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "support/Reports.h"
 
@@ -30,6 +31,32 @@ TEST(EwfUtil, MissingFilterIsReportedAndGivesNoInstance) {
 }
 
 #ifdef _WIN32
+
+// Where the filter is not installed, a library of its name in the current directory, on
+// PATH or in the DLL directory is never loaded into the process.
+TEST(EwfUtil, FilterLibraryComesFromTheSystemDirectoryOnly) {
+    char exe[MAX_PATH];
+    GetModuleFileNameA(nullptr, exe, MAX_PATH);
+    std::string probe(exe, std::strrchr(exe, '\\') - exe);
+    probe += "\\ewf-fake";
+    char before[MAX_PATH], path[32768];
+    GetCurrentDirectoryA(MAX_PATH, before);
+    DWORD pathLength = GetEnvironmentVariableA("PATH", path, sizeof path);
+    ASSERT_TRUE(SetCurrentDirectoryA(probe.c_str()));
+    SetEnvironmentVariableA("PATH", (probe + ";" + std::string(path, pathLength)).c_str());
+    SetDllDirectoryA(probe.c_str());
+    EwfUtil::unload();
+    Reports reports;
+    EwfUtil* ewf = EwfUtil::getInstance(&reports);
+    HMODULE loaded = GetModuleHandleA("ewfapi.dll");
+    EwfUtil::unload();
+    SetDllDirectoryA(nullptr);
+    SetEnvironmentVariableA("PATH", std::string(path, pathLength).c_str());
+    SetCurrentDirectoryA(before);
+    EXPECT_EQ(ewf, nullptr);
+    EXPECT_EQ(loaded, nullptr) << "the probe library was loaded";
+    EXPECT_EQ(reports.texts, std::vector<std::string>{"ewfapi.dll is not available"});
+}
 
 namespace {
 
@@ -63,7 +90,7 @@ protected:
         char exe[MAX_PATH];
         GetModuleFileNameA(nullptr, exe, MAX_PATH);
         std::string dir(exe, std::strrchr(exe, '\\') - exe);
-        SetDllDirectoryA((dir + "\\ewf-fake").c_str());
+        SetEnvironmentVariableA("VELMORA_TEST_EWFAPI", (dir + "\\ewf-fake\\ewfapi.dll").c_str());
         EwfUtil::unload();
         ewf_ = EwfUtil::getInstance(&reports_);
         ASSERT_NE(ewf_, nullptr);
@@ -81,7 +108,7 @@ protected:
     void TearDown() override {
         EXPECT_EQ(leftOpen_(), 0) << "every volume closed and every list deleted";
         EwfUtil::unload();
-        SetDllDirectoryA(nullptr);
+        SetEnvironmentVariableA("VELMORA_TEST_EWFAPI", nullptr);
     }
     template <typename F>
     void find(HMODULE m, const char* name, F* fn) {
@@ -129,6 +156,8 @@ TEST_F(EwfUtilFilter, GettersReadTheNamedVolume) {
     EXPECT_EQ(ewf_->getOverlayRamUsage(L'C', &reports_), 5000000000LL);
     EXPECT_EQ(ewf_->getOverlayState(L'E', &reports_), 0);
     EXPECT_FALSE(ewf_->setOverlayCommand(L'E', 1, &reports_));
+    EXPECT_EQ(ewf_->isProtected(L'e', &reports_), 0) << "state 0 above: no volume, not enabled";
+    EXPECT_EQ(ewf_->isProtected(L'c', &reports_), 1);
     EXPECT_TRUE(reports_.texts.empty());
     EXPECT_STREQ(calls_(),
                  "Open(D) Config(D) Close(D) Open(D) Config(D) Close(D) Open(C) "
@@ -175,7 +204,8 @@ TEST_F(EwfUtilFilter, FailuresCarryTheFiltersLastError) {
     for (const auto& c : cases) {
         reports_.texts.clear();
         fail_(c.function, c.error);
-        EXPECT_EQ(ewf_->getOverlayRamUsage(L'C', &reports_), 0) << c.function;
+        EXPECT_EQ(ewf_->getOverlayRamUsage(L'C', &reports_), -1) << c.function;
+        EXPECT_EQ(ewf_->getOverlayState(L'C', nullptr), -1) << "a failure is never state 0";
         EXPECT_EQ(reports_.texts, std::vector<std::string>{c.text});
         reset_();
         add(u"\\\\?\\Volume{c}", L'C', kRam, kEnabled, 0, 77);

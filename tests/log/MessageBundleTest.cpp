@@ -50,7 +50,7 @@ std::string winsockName(int code) {
     setLastError(static_cast<unsigned long>(code));
     char* name = SystemErrorFactory::getWinsockErrorString();
     std::string copy = name;
-    std::free(name);
+    velmora::release(name);
     return copy;
 }
 
@@ -139,6 +139,13 @@ TEST(SystemErrorFactory, WinsockNamesAndNumbers) {
     EXPECT_EQ(winsockName(10080), "10080");
     EXPECT_EQ(winsockName(10013), "10013");
     EXPECT_EQ(winsockName(0), "0");
+#ifndef _WIN32
+    // The system's own numbers read as the same names ("ping: ... failed - WSAE...").
+    EXPECT_EQ(winsockName(ECONNREFUSED), "WSAECONNREFUSED");
+    EXPECT_EQ(winsockName(EAGAIN), "WSAEWOULDBLOCK");
+    EXPECT_EQ(winsockName(EHOSTUNREACH), "WSAEHOSTUNREACH");
+    EXPECT_EQ(winsockName(EACCES), std::to_string(EACCES)) << "no name: the number";
+#endif
 }
 
 // The XML form: text-only bundles have no localized element, one without arguments a

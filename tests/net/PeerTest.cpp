@@ -36,7 +36,7 @@ std::string firstLine(FILE* peer) {
 
 std::string take(char* text) {
     std::string s = text != nullptr ? text : "<null>";
-    std::free(text);
+    velmora::release(text);
     return s;
 }
 

@@ -95,7 +95,7 @@ TEST(ServerSocket, ConcurrentClientsLeaveNoHandleBehind) {
                 peer->getOutput()->writeLine(line);
                 peer->getOutput()->flush();
             }
-            std::free(line);
+            velmora::release(line);
         }
     });
     auto client = [&](int n) {
@@ -107,7 +107,7 @@ TEST(ServerSocket, ConcurrentClientsLeaveNoHandleBehind) {
         s->getOutput()->flush();
         char* echo = s->getInput()->readLine();
         if (echo != nullptr && sent == echo) ++answered;
-        std::free(echo);
+        velmora::release(echo);
     };
     for (int i = 0; i < kSerial; ++i)
         client(i);

@@ -27,7 +27,7 @@ namespace {
 
 std::string take(char* text) {
     std::string s = text != nullptr ? text : "<null>";
-    std::free(text);
+    velmora::release(text);
     return s;
 }
 
@@ -135,7 +135,7 @@ TEST(SocketStreams, CharacterAdaptersAndClosedPeers) {
     reader.getBuf(10, &block, &length);
     ASSERT_NE(block, nullptr);
     EXPECT_EQ(std::string(block, length), "abcd");
-    std::free(block);
+    velmora::release(block);
     EXPECT_FALSE(reader.eof());
     reader.getBuf(10, &block, &length);
     EXPECT_EQ(block, nullptr);

@@ -167,6 +167,27 @@ TEST_F(RegUtilOwnKey, ReadsGiveStatusesAndOnlyRealFailuresAreReported) {
     RegKey key = RegUtil::getKey(&reports_, HKEY_CURRENT_USER, path_, 3, RegUtil::kRead);
     ASSERT_NE(key, nullptr);
     RegUtil::closeKey(key);
+
+    // A buffer of size 0 is never written, not even the terminator of an empty text.
+    char guard[2] = {'G', 'G'};
+    size = 0;
+    EXPECT_EQ(RegUtil::getKeyValue(nullptr, HKEY_CURRENT_USER, path_, 3, "Text", &type,
+                                   reinterpret_cast<unsigned char*>(guard), &size),
+              ERROR_MORE_DATA);
+    EXPECT_EQ(guard[0], 'G');
+    // A text stored without its terminator still reads as a terminated text.
+    put("Raw", REG_SZ, "unterminated", 12);
+    char raw[20];
+    for (unsigned long room : {20ul, 12ul}) {
+        std::memset(raw, 'X', sizeof raw);
+        size = room;
+        long status = RegUtil::getKeyValue(nullptr, HKEY_CURRENT_USER, path_, 3, "Raw", &type,
+                                           reinterpret_cast<unsigned char*>(raw), &size);
+        // The system may also refuse a value that leaves no room for a terminator.
+        EXPECT_TRUE(status == 0 || (room == 12 && status == ERROR_MORE_DATA)) << status;
+        ASSERT_LT(strnlen(raw, room), room) << "terminated within " << room << " bytes";
+        EXPECT_EQ(std::string("unterminated").rfind(raw, 0), 0u) << raw;
+    }
 }
 
 // A write keeps the value's type (a multi-string gets its double terminator), creates

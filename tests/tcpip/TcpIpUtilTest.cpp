@@ -327,16 +327,25 @@ TEST(TcpIpUtil, WrittenDocumentAppliesBack) {
     RecordingHost to(&calls);
     RecordingAdapter* a = to.add("eth0");
     a->answers.number = {{"canDisable", 1}, {"canUseDhcp", 1}, {"isIpv6Supported", 1}};
+    std::string again = xml;
     ASSERT_EQ(TcpIpUtil::setHostSettingsXml(&to, &xml[0], nullptr), 0);
     Calls sets;
     for (const std::string& c : calls)
         if (c.find("(") != std::string::npos) sets.push_back(c);
-    EXPECT_EQ(
-        sets,
-        (Calls{"host.setHostName(station7)", "host.setDomain(example.org)",
-               "host.setDefaultGateway(192.0.2.1)", "host.setIpv6DefaultGateway(2001:db8::1)",
-               "host.setDnsHosts(192.0.2.53 198.51.100.53, )",
-               "host.setIpv6DnsHosts(2001:db8::53, )", "eth0.setEnabled(true)",
-               "eth0.setDhcpEnabled(true)", "eth0.setIpAddressSubnetMask(192.0.2.10,255.255.255.0)",
-               "eth0.setIpv6Address(2001:db8::10)", "eth0.setIpv6SubnetPrefixLength(64)"}));
+    EXPECT_EQ(sets,
+              (Calls{"host.setHostName(station7)", "host.setDomain(example.org)",
+                     "host.setDefaultGateway(192.0.2.1)", "host.setIpv6DefaultGateway(2001:db8::1)",
+                     "host.setDnsHosts(192.0.2.53 198.51.100.53, )",
+                     "host.setIpv6DnsHosts(2001:db8::53, )", "eth0.setEnabled(true)",
+                     "eth0.setDhcpEnabled(true)", "eth0.setIpv6Address(2001:db8::10)",
+                     "eth0.setIpv6SubnetPrefixLength(64)"}))
+        << "a DHCP adapter's own document does not pin it to its lease";
+
+    // Where the adapter cannot use DHCP, the flag is no reason to leave the address out.
+    calls.clear();
+    a->answers.number["canUseDhcp"] = 0;
+    ASSERT_EQ(TcpIpUtil::setHostSettingsXml(&to, &again[0], nullptr), 0);
+    EXPECT_NE(std::find(calls.begin(), calls.end(),
+                        "eth0.setIpAddressSubnetMask(192.0.2.10,255.255.255.0)"),
+              calls.end());
 }

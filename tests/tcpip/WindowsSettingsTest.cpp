@@ -172,8 +172,10 @@ public:
         searchOrderResults.pop_front();
         return r;
     }
+    long getLastStatus() override { return status; }
     Strings calls;
     int result = 0;
+    long status = 0;
     std::deque<int> searchOrderResults;
 
 private:
@@ -518,6 +520,9 @@ TEST_F(WindowsSettings, SetterCallSequences) {
     lan.setDnsHosts(&log, entries, 3);
     EXPECT_EQ(calls().back(), "SetDNSServerSearchOrder " + mac + " '10.0.0.53'")
         << "an entry that does not fit ends the list";
+    lan.setDnsHosts(&log, ("10.0.0.53," + longEntry + ",10.0.0.54").c_str(), ',');
+    EXPECT_EQ(calls().back(), "SetDNSServerSearchOrder " + mac + " '10.0.0.53'")
+        << "the separated form never cuts an address either";
     EXPECT_EQ(lan.setIpv6DnsHosts(&log, "fd00::1,fd00::2", ','), 0);
     EXPECT_TRUE(calls().empty());
     const char* ipv6[] = {"fd00::1", "fd00::2"};
@@ -535,11 +540,24 @@ TEST_F(WindowsSettings, SetterCallSequences) {
     EXPECT_EQ(calls(),
               (Strings{"EnableStatic " + mac + " 10.0.0.2 255.0.0.0",
                        "SetGateways " + mac + " 10.0.0.1", "SetDNSDomain " + mac + " ''"}));
+    // Every WMI failure is reported: the method's answer, the COM status of a method that
+    // could not run (no administrator rights: 0x80041003, access denied), no WMI at all.
     wmi.result = 66;
     EXPECT_EQ(lan.setDomain(&log, "x.example"), -1);
+    wmi.result = -1;
+    wmi.status = static_cast<long>(0x80041003);
+    EXPECT_EQ(lan.setIpAddressSubnetMask(&log, "10.0.0.2", "255.0.0.0"), -1);
     WMIUtilWin32::substitute(nullptr);
     EXPECT_EQ(lan.setDomain(&log, "x.example"), -1) << "WMI unavailable";
     WMIUtilWin32::substitute(&wmi);
+    EXPECT_EQ(log.reports,
+              (Strings{"platform|TcpIpAdapterSettings.wmiFailed|"
+                       "WMI SetDNSDomain failed with return value 66",
+                       "platform|TcpIpAdapterSettings.wmiFailed|"
+                       "WMI could not run EnableStatic: status 0x80041003",
+                       "platform|TcpIpAdapterSettings.wmiUnavailable|"
+                       "WMI is not available: the adapter settings cannot be changed"}));
+    log.reports.clear();
     calls();
 
     wmi.result = 0;
@@ -561,7 +579,8 @@ TEST_F(WindowsSettings, SetterCallSequences) {
               0);
     EXPECT_EQ(lan.setIpv6DefaultDevice(&log, "eth0"), -1);
     EXPECT_TRUE(calls().empty());
-    EXPECT_TRUE(log.reports.empty()) << "back-end failures are not reported";
+    EXPECT_EQ(log.reports, (Strings{"platform|TcpIpAdapterSettings.wmiFailed|"
+                                    "WMI SetDNSServerSearchOrder failed with return value 70"}));
 
     HostSystemWin32::substituteVersion(HostSystemWin32::kWin2000);
     TcpIpAdapterSettings byGuid("{A}");

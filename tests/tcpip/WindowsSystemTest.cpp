@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -142,6 +143,28 @@ TEST(WindowsSystem, CommandsRunWithTheirOutputKept) {
     EXPECT_EQ(std::string(shell->getOutputBuffer()).substr(0, 6), "routes");
     EXPECT_EQ(shell->executeCommand("velmora-no-such-program.exe"), -1);
     EXPECT_STREQ(shell->getOutputBuffer(), "");
+
+    // A program named like a system tool in the current directory or on PATH is never
+    // started in its place (the probe exits with 42).
+    char exe[MAX_PATH], before[MAX_PATH], temp[MAX_PATH], path[32768];
+    GetModuleFileNameA(nullptr, exe, MAX_PATH);
+    std::string probe =
+        std::string(exe, std::strrchr(exe, '\\') - exe) + "\\velmora_exit_probe.exe";
+    GetTempPathA(MAX_PATH, temp);
+    std::string dir = std::string(temp) + "velmora-shell-" + std::to_string(GetCurrentProcessId());
+    ASSERT_TRUE(CreateDirectoryA(dir.c_str(), nullptr));
+    ASSERT_TRUE(CopyFileA(probe.c_str(), (dir + "\\ipv6.exe").c_str(), FALSE));
+    GetCurrentDirectoryA(MAX_PATH, before);
+    DWORD pathLength = GetEnvironmentVariableA("PATH", path, sizeof path);
+    SetCurrentDirectoryA(dir.c_str());
+    SetEnvironmentVariableA("PATH", (dir + ";" + std::string(path, pathLength)).c_str());
+    int result = shell->executeCommand("ipv6 rt");
+    SetEnvironmentVariableA("PATH", std::string(path, pathLength).c_str());
+    SetCurrentDirectoryA(before);
+    DeleteFileA((dir + "\\ipv6.exe").c_str());
+    RemoveDirectoryA(dir.c_str());
+    EXPECT_NE(result, 42) << "the probe ran";
+    EXPECT_EQ(shell->executeCommand((dir + "\\none.exe").c_str()), -1);
 }
 
 }  // namespace

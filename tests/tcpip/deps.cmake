@@ -18,3 +18,9 @@ if(CMAKE_CROSSCOMPILING AND WIN32 AND VELMORA_PYTHON3)
             --launcher ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${exe}>)
     set_tests_properties(tcpip.realBackEndsUnderOlderWindows PROPERTIES TIMEOUT 600)
 endif()
+# A program that only exits with 42: the command runner must never start it from the
+# current directory or PATH in place of a system tool.
+if(WIN32)
+    add_executable(velmora_exit_probe ${CMAKE_CURRENT_SOURCE_DIR}/tcpip/probe/exit_probe.cpp)
+    add_dependencies(${exe} velmora_exit_probe)
+endif()

@@ -159,11 +159,11 @@ TEST(StringReader, GetBufHandsOutBlocksThenNothing) {
     in.getBuf(6, &buf, &len);
     ASSERT_EQ(len, 6);
     EXPECT_EQ(std::string(buf, 6), "012345");
-    std::free(buf);
+    velmora::release(buf);
     in.getBuf(10, &buf, &len);
     ASSERT_EQ(len, 4);
     EXPECT_EQ(std::string(buf, 4), "6789");
-    std::free(buf);
+    velmora::release(buf);
     EXPECT_TRUE(in.eof());
     in.getBuf(10, &buf, &len);
     EXPECT_EQ(buf, nullptr);
@@ -234,7 +234,7 @@ TEST(FileStreams, GetBufAfterGetCharAndAtEnd) {
         in->getBuf(70000, &buf, &len);
         if (buf == nullptr) break;
         got.append(buf, len);
-        std::free(buf);
+        velmora::release(buf);
     }
     EXPECT_EQ(len, 0);
     EXPECT_TRUE(in->eof());

@@ -39,9 +39,16 @@ velmora::EwfUtil* filterOrUnavailable(Exchange& x) {
     return ewf;
 }
 
-// Answers the overlay of the drive as one element, or 500 with the first report.
+// Answers the overlay of the drive as one element; 404 for a drive without a protected
+// volume (whose getters would answer 0, the same as an enabled overlay), 500 with the
+// first report when the filter fails.
 void answerOverlay(Exchange& x, velmora::EwfUtil* ewf, wchar_t drive) {
     Reports report;
+    const int found = ewf->isProtected(drive, &report);
+    if (found == 0) {
+        x.replyError(404, "no protected volume on this drive");
+        return;
+    }
     const int state = ewf->getOverlayState(drive, &report);
     const int command = ewf->getOverlayCommand(drive, &report);
     const int64_t ram = ewf->getOverlayRamUsage(drive, &report);

@@ -43,7 +43,7 @@ public:
     void setBoolean(int i, bool value);
 
     // As ListMap::get: the first match, `def` when absent, no terminator when the text
-    // fills the buffer; the allocated copy is freed with Map::freeValue.
+    // fills the buffer; the allocated copy is given back with velmora::release.
     char* get(const char* key, char* buf, int size, const char* def);
     void get(const char* key, char** out, const char* def);
     // The value or key at a position. At or past the count only buf[0] is cleared.

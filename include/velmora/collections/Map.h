@@ -6,14 +6,15 @@
 //   velmora::Map* m = velmora::NullMapStore::makeMap();
 //   m->setInt("Port", 8080);
 //   char* host = nullptr;
-//   m->get("HOST", &host, "localhost");  // a copy, freed with Map::freeValue
-//   velmora::Map::freeValue(host);
+//   m->get("HOST", &host, "localhost");  // a copy, given back with velmora::release
+//   velmora::release(host);
 //   delete m;                             // deletes the store too
 #pragma once
 
 #include <cstdint>
 
 #include <velmora/Export.h>
+#include <velmora/text/Release.h>
 
 namespace velmora {
 
@@ -86,7 +87,7 @@ public:
     // when the key is absent). A text of `size` characters or more leaves no terminator.
     virtual char* get(const char* key, char* buf, int size, const char* def) = 0;
     // `*out` becomes a new copy of the value (or of `def`), or null when both are absent;
-    // free it with freeValue().
+    // give it back with velmora::release (or freeValue, the same).
     virtual void get(const char* key, char** out, const char* def) = 0;
     virtual int getInt(const char* key, int def) = 0;
     virtual int64_t getLong(const char* key, int64_t def) = 0;
@@ -106,7 +107,8 @@ public:
     virtual void unlock() = 0;
     virtual MapIterator* makeIterator() = 0;
 
-    // Frees a text handed out by get(key, out, def). Null is allowed.
+    // Frees a text handed out by get(key, out, def), as velmora::release does. Null is
+    // allowed.
     static void freeValue(char* value);
 
 protected:

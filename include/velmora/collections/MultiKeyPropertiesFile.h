@@ -1,6 +1,8 @@
 // A properties file whose keys may repeat, kept as a KeyedList in file order. It reads
-// the same lines as PropertiesFile (comments, separator, 1023-byte lines) and writes every
-// entry as a "key=value" line in list order.
+// the same lines as PropertiesFile (comments, separator, 1023-byte lines). Saving keeps
+// the file's comments, blank lines and order: the n-th line of a key takes the list's
+// n-th entry of that key, lines of keys with no entry left are dropped, new entries
+// follow in list order, and every line is written with the file's own separator.
 //
 //   velmora::MultiKeyPropertiesFile routes("conf/routes.properties", '=');
 //   routes.load();

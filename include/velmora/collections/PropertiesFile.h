@@ -10,9 +10,11 @@
 //   settings->getStore()->save();
 //   delete settings;  // deletes the store too
 //
-// Lines: a "#" in the first column makes a comment; the key ends at the first separator,
-// the value starts after the separators that follow it; nothing is trimmed. Lines longer
-// than 1023 bytes are read as several lines. Lines without key or value are ignored.
+// Lines: a "#" in the first column makes a comment, however long; the key ends at the
+// first separator, the value starts after the separators that follow it; nothing is
+// trimmed. Other lines longer than 1023 bytes are read as several lines, and are saved back
+// as they were while the map holds what was read from them. Lines without key or value
+// are ignored. The file is replaced through FileUtil::rewriteFile.
 #pragma once
 
 #include <cstdint>

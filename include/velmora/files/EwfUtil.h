@@ -5,14 +5,17 @@
 // installed getInstance reports "ewfapi.dll is not available" and answers null.
 //
 //   velmora::EwfUtil* ewf = velmora::EwfUtil::getInstance(log);
-//   if (ewf != nullptr && ewf->getOverlayState(L'C', log) == 0)      // 0: enabled
+//   if (ewf != nullptr && ewf->isProtected(L'C', log) == 1 &&
+//       ewf->getOverlayState(L'C', log) == 0)                        // 0: enabled
 //       ewf->setOverlayCommand(L'C', 4, log);                        // commit at next boot
 //
 // Values are the filter's own: states 0 enabled, 1 disabled; commands 0 none, 1 enable,
 // 2 disable, 3 set level, 4 commit. A drive letter that matches no protected volume is not
-// an error: the getters answer 0 and setOverlayCommand false, with nothing reported. Other
-// failures are reported once per call, as "<filter function> failed, reason code=<last
-// error>\n". Drive letters match ignoring ASCII case.
+// an error: the getters answer 0 and setOverlayCommand false, with nothing reported, so a
+// state of 0 means "enabled" only for a drive that isProtected says is protected. A step
+// that fails before the value is read makes a getter answer -1. Failures are reported once
+// per call, as "<filter function> failed, reason code=<last error>\n". Drive letters
+// match ignoring ASCII case.
 //
 // Off Windows there is no write filter: getInstance always reports and answers null.
 #pragma once
@@ -33,6 +36,9 @@ public:
     // Destroys the instance and releases the library; the next getInstance loads again.
     static void unload();
 
+    // 1 when the drive holds a protected volume, 0 when it holds none, -1 when the
+    // protected volumes cannot be listed (reported).
+    int isProtected(wchar_t drive, ErrorHandler* err);
     int getOverlayState(wchar_t drive, ErrorHandler* err);
     int getOverlayCommand(wchar_t drive, ErrorHandler* err);
     // Bytes of data in the RAM overlay.

@@ -10,6 +10,8 @@
 
 #include <velmora/Export.h>
 
+#include <cstddef>
+
 namespace velmora {
 
 class VELMORA_API FileUtil {
@@ -29,6 +31,17 @@ public:
     // The volume part of a path: "C:\" for "C:/x/y", "\\server\" for "\\server\share\x";
     // a path without separator is copied whole. Always terminated, cut to the buffer.
     static void getFilesystemName(const char* path, char* buf, int size);
+    // Replaces the whole content of the file the path names (symbolic links followed)
+    // with `length` bytes, so that a reader or a crash sees the old text or the new one,
+    // never a part: the bytes go to a uniquely named file beside the real file, are
+    // flushed to disk, take over the old file's mode, owner and group and are renamed
+    // over it. Of several saves of one file at the same time, the last one wins whole.
+    // Where no file can be made beside it (the directory is not writable, or the new file
+    // could not be given the old one's owner) an existing file is rewritten in place.
+    // False on failure, with the system's error number in `error` when given; the old
+    // file is then as it was, except after a failed write in place.
+    static bool rewriteFile(const char* path, const char* data, size_t length,
+                            int* error = nullptr);
     // Renames the file to "<path up to its last .>.backup_%Y%m%d_%H%M<rest>", first
     // deleting the oldest backups so that, with max > 1, max + 1 backups remain after the
     // rename. Returns the rename's status: 0 on success, -1 when it failed (for instance

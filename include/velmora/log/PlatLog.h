@@ -8,7 +8,9 @@
 //   }
 //
 // A Java exception thrown by getLog is described on the error stream and cleared, and
-// nothing is logged; one thrown by log stays pending for the calling Java code. A null
+// nothing is logged; one thrown by log stays pending for the calling Java code. An
+// exception the caller left pending is kept pending, and the line is logged all the same
+// (an exception of the logging itself is then described and dropped). A null
 // env means the calling thread's environment in the process's virtual machine, when the
 // thread is attached to one (otherwise nothing happens).
 #pragma once

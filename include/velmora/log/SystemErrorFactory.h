@@ -7,6 +7,7 @@
 
 #include <velmora/Export.h>
 #include <velmora/log/ErrorHandler.h>
+#include <velmora/text/Release.h>
 
 namespace velmora {
 
@@ -22,7 +23,7 @@ public:
     // last error.
     static void error(ErrorHandler* handler, const char* prefix);
     // The symbolic name of the last socket error ("WSAECONNREFUSED"), or its number when it
-    // has none, in a new 64-byte buffer that the caller frees with free().
+    // has none, in a new 64-byte buffer that the caller gives back with velmora::release.
     static char* getWinsockErrorString();
 };
 

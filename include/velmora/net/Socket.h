@@ -5,8 +5,8 @@
 //       s->getOutput()->writeLine("GET / HTTP/1.0");
 //       s->getOutput()->writeLine("");
 //       s->getOutput()->flush();
-//       char* status = s->getInput()->readLine();  // caller frees
-//       free(status);
+//       char* status = s->getInput()->readLine();
+//       velmora::release(status);  // the library's own free, whatever runtime the caller has
 //   }
 #pragma once
 

@@ -3,10 +3,12 @@
 //
 //   velmora::SocketInput* in = socket->getInput();
 //   in->setTimeout(5000);  // milliseconds per receive; -1 blocks without limit
-//   char* line = in->readLine();  // up to CR LF, caller frees; null at once on failure
+//   char* line = in->readLine();  // up to CR LF; null at once on failure
+//   velmora::release(line);       // every text read is given back to the library
 #pragma once
 
 #include <velmora/Export.h>
+#include <velmora/text/Release.h>
 
 namespace velmora {
 
@@ -30,10 +32,11 @@ public:
     int read(char* buffer, int count);
     int read(char* buffer, int offset, int count);
     // The bytes up to terminator (not stored), or null when the text would need more than
-    // maxLength characters of room or a read fails. The caller frees the result.
+    // maxLength characters of room or a read fails. Give the result back with
+    // velmora::release.
     char* readString(int initialLength, int maxLength, char terminator);
     // The bytes up to a CR LF pair (a lone LF or CR is data). At a failed read, what was
-    // read so far, or null when nothing was. The caller frees the result.
+    // read so far, or null when nothing was. Give the result back with velmora::release.
     char* readLine();
     // Bytes that can be read without blocking, or -1 when the system cannot tell.
     int available();
@@ -50,9 +53,11 @@ protected:
     // buffer; 0: the socket's receive time-out expired, which leaves no error; < 0: the
     // peer closed or the receive failed, and the error is set.
     int receiveNow();
-    // For subclasses that read from elsewhere (memory): stores up to the buffer's room of
-    // `count` bytes as the next block to read and returns how many were stored.
-    int fillFrom(const char* data, int count);
+    // For subclasses that bring their bytes by other means than a socket (the parsers'
+    // fuzz targets and tests feed them from memory): takes the next block of at most 2048
+    // bytes as one receive would and answers how many it took. An empty block ends the
+    // input as a peer's close does (the error is set).
+    int acceptBlock(const char* data, int length);
     // Bytes received into the buffer and not read yet.
     int buffered() const { return fillCount_ - readPosition_; }
     friend class Socket;

@@ -50,7 +50,9 @@ public:
                          unsigned long access);
     static void closeKey(RegKey key);
     // Reads one value into type, data and size (in: the buffer's size, out: the value's).
-    // On any failure the data buffer is left an empty text.
+    // On any failure the data buffer is left an empty text (a buffer of size 0 is not
+    // touched). A text value is always terminated within the buffer, also when it was
+    // stored without its terminator (cut by its last byte when it fills the buffer).
     static long getKeyValue(ErrorHandler* err, RegKey root, const char* const* path, int count,
                             const char* name, unsigned long* type, unsigned char* data,
                             unsigned long* size);

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <velmora/Export.h>
+#include <velmora/text/Release.h>
 
 namespace velmora {
 
@@ -13,8 +14,8 @@ public:
     virtual ~CharReader();
     // The next character, or -1 at the end of the stream.
     virtual int getChar() = 0;
-    // Hands over a block of up to `size` characters allocated with malloc (the caller
-    // frees it) and its length; see each reader for what it gives at the end.
+    // Hands over a block of up to `size` characters and its length; the caller gives the
+    // block back with velmora::release. See each reader for what it gives at the end.
     virtual void getBuf(int size, char** buf, int* len) = 0;
     virtual void close();
     virtual bool eof() = 0;

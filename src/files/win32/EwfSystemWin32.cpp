@@ -1,6 +1,7 @@
 #include <windows.h>
 
 #include <cstdio>
+#include <cstring>
 #include <cwchar>
 
 #include "files/EwfSystem.h"
@@ -9,12 +10,29 @@ namespace velmora {
 namespace ewfsys {
 
 namespace {
+
 HMODULE library = nullptr;
+
+// The filter's library comes from the system directory only, by its full path: where the
+// filter is not installed, a DLL of that name in the current directory or on PATH must
+// not be loaded into the process. The tests name their own filter library (a full path)
+// in VELMORA_TEST_EWFAPI instead.
+HMODULE openLibrary() {
+    char path[MAX_PATH + 16];
+    DWORD n = GetEnvironmentVariableA("VELMORA_TEST_EWFAPI", path, MAX_PATH);
+    if (n == 0 || n >= MAX_PATH) {
+        UINT length = GetSystemDirectoryA(path, MAX_PATH);
+        if (length == 0 || length >= MAX_PATH) return nullptr;
+        std::strcpy(path + length, "\\ewfapi.dll");
+    }
+    return LoadLibraryExA(path, nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
+}
+
 }  // namespace
 
 bool load(ewf::Functions* table) {
     *table = ewf::Functions();
-    HMODULE module = LoadLibraryA("ewfapi.dll");
+    HMODULE module = openLibrary();
     if (module == nullptr) {
         table->loadFailed = true;
         return false;

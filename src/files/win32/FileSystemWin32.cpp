@@ -5,6 +5,7 @@
 #include <windows.h>
 
 #include <cstdio>
+#include <string>
 
 namespace velmora {
 namespace fs {
@@ -29,6 +30,52 @@ struct FindState {
     bool pending = false;  // `data` holds an entry not yet handed out
 };
 
+DWORD writeAll(HANDLE h, const char* data, size_t len) {
+    size_t done = 0;
+    while (done < len) {
+        DWORD chunk = static_cast<DWORD>(len - done > 0x40000000 ? 0x40000000 : len - done);
+        DWORD written = 0;
+        if (!WriteFile(h, data + done, chunk, &written, nullptr)) return GetLastError();
+        if (written == 0) return ERROR_WRITE_FAULT;
+        done += written;
+    }
+    return 0;
+}
+
+// The file a path finally names, symbolic links followed, when it exists; the path as
+// given otherwise.
+std::string finalTarget(const char* path) {
+    HANDLE h = CreateFileA(path, 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                           OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    if (h == INVALID_HANDLE_VALUE) return path;
+    char buf[MAX_PATH + 8];
+    DWORD n = GetFinalPathNameByHandleA(h, buf, sizeof buf, FILE_NAME_NORMALIZED);
+    CloseHandle(h);
+    if (n == 0 || n >= sizeof buf) return path;
+    std::string name(buf, n);
+    if (name.compare(0, 8, "\\\\?\\UNC\\") == 0) return "\\\\" + name.substr(8);
+    if (name.compare(0, 4, "\\\\?\\") == 0) return name.substr(4);
+    return name;
+}
+
+// Where no file can be made beside the target, the target itself is rewritten and cut to
+// the new length; it is opened without sharing, so a second such save waits its turn
+// instead of mixing its bytes in.
+int rewriteInPlace(const std::string& target, const char* data, size_t len) {
+    HANDLE h = INVALID_HANDLE_VALUE;
+    for (int tries = 0; tries < 200; ++tries) {
+        h = CreateFileA(target.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                        FILE_ATTRIBUTE_NORMAL, nullptr);
+        if (h != INVALID_HANDLE_VALUE || GetLastError() != ERROR_SHARING_VIOLATION) break;
+        Sleep(10);
+    }
+    if (h == INVALID_HANDLE_VALUE) return static_cast<int>(GetLastError());
+    DWORD code = writeAll(h, data, len);
+    if (code == 0 && !SetEndOfFile(h)) code = GetLastError();
+    if (code == 0 && !FlushFileBuffers(h)) code = GetLastError();
+    if (!CloseHandle(h) && code == 0) code = GetLastError();
+    return static_cast<int>(code);
+}
 }  // namespace
 
 const char kSeparator = '\\';
@@ -96,25 +143,40 @@ bool makeWritable(const char* path) {
     return SetFileAttributesA(path, a & ~FILE_ATTRIBUTE_READONLY) != 0;
 }
 
-bool writeThenReplace(const char* path, const char* data, size_t len) {
-    if (empty(path)) return false;
-    std::string temp = std::string(path) + ".saving";
-    HANDLE h = CreateFileA(temp.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                           FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (h == INVALID_HANDLE_VALUE) return false;
-    size_t done = 0;
-    while (done < len) {
-        DWORD chunk = static_cast<DWORD>(len - done > 0x40000000 ? 0x40000000 : len - done);
-        DWORD written = 0;
-        if (!WriteFile(h, data + done, chunk, &written, nullptr) || written == 0) break;
-        done += written;
+int rewrite(const char* path, const char* data, size_t len) {
+    if (empty(path)) return ERROR_INVALID_PARAMETER;
+    const std::string target = finalTarget(path);
+    const bool existed = GetFileAttributesA(target.c_str()) != INVALID_FILE_ATTRIBUTES;
+    std::string dir = target;
+    size_t sep = dir.find_last_of("\\/");
+    dir = sep == std::string::npos ? "." : dir.substr(0, sep + 1);
+    char temp[MAX_PATH + 16];
+    // A name of its own in the target's directory: the system picks one no other file has.
+    if (GetTempFileNameA(dir.c_str(), "vel", 0, temp) == 0) {
+        DWORD e = GetLastError();
+        if (e == ERROR_ACCESS_DENIED && existed) return rewriteInPlace(target, data, len);
+        return static_cast<int>(e);
     }
-    bool ok = done == len && FlushFileBuffers(h);
-    ok = CloseHandle(h) && ok;
-    if (ok && MoveFileExA(temp.c_str(), path, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
-        return true;
-    DeleteFileA(temp.c_str());
-    return false;
+    HANDLE h = CreateFileA(temp, GENERIC_WRITE, 0, nullptr, TRUNCATE_EXISTING,
+                           FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (h == INVALID_HANDLE_VALUE) {
+        DWORD e = GetLastError();
+        DeleteFileA(temp);
+        return static_cast<int>(e);
+    }
+    DWORD code = writeAll(h, data, len);
+    if (code == 0 && !FlushFileBuffers(h)) code = GetLastError();
+    if (!CloseHandle(h) && code == 0) code = GetLastError();
+    // ReplaceFile keeps the replaced file's attributes, owner and access rights; a new
+    // file simply moves into place.
+    if (code == 0 && existed &&
+        !ReplaceFileA(target.c_str(), temp, nullptr, REPLACEFILE_WRITE_THROUGH, nullptr, nullptr))
+        code = GetLastError();
+    if (code == 0 && !existed &&
+        !MoveFileExA(temp, target.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+        code = GetLastError();
+    if (code != 0) DeleteFileA(temp);
+    return static_cast<int>(code);
 }
 
 FILE* openStream(const char* path, const char* mode) {

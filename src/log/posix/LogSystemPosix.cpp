@@ -45,7 +45,32 @@ unsigned long lastError() {
 }
 
 unsigned long lastSocketError() {
-    return static_cast<unsigned long>(errno);
+    // Socket errors are named by the Windows Sockets constants on every system, so that a
+    // report reads the same wherever it was made: the errno values with such a constant
+    // become its code; any other value stays the errno number.
+    static const struct {
+        int number;
+        unsigned long code;
+    } kSocketCodes[] = {
+        {EWOULDBLOCK, 10035},     {EAGAIN, 10035},          {EINPROGRESS, 10036},
+        {EALREADY, 10037},        {ENOTSOCK, 10038},        {EDESTADDRREQ, 10039},
+        {EMSGSIZE, 10040},        {EPROTOTYPE, 10041},      {ENOPROTOOPT, 10042},
+        {EPROTONOSUPPORT, 10043}, {ESOCKTNOSUPPORT, 10044}, {EOPNOTSUPP, 10045},
+        {EPFNOSUPPORT, 10046},    {EAFNOSUPPORT, 10047},    {EADDRINUSE, 10048},
+        {EADDRNOTAVAIL, 10049},   {ENETDOWN, 10050},        {ENETUNREACH, 10051},
+        {ENETRESET, 10052},       {ECONNABORTED, 10053},    {ECONNRESET, 10054},
+        {ENOBUFS, 10055},         {EISCONN, 10056},         {ENOTCONN, 10057},
+        {ESHUTDOWN, 10058},       {ETOOMANYREFS, 10059},    {ETIMEDOUT, 10060},
+        {ECONNREFUSED, 10061},    {ELOOP, 10062},           {ENAMETOOLONG, 10063},
+        {EHOSTDOWN, 10064},       {EHOSTUNREACH, 10065},    {ENOTEMPTY, 10066},
+        {EUSERS, 10068},          {EDQUOT, 10069},          {ESTALE, 10070},
+        {EREMOTE, 10071},         {ECANCELED, 10103},
+    };
+    const int number = errno;
+    for (const auto& entry : kSocketCodes) {
+        if (entry.number == number) return entry.code;
+    }
+    return static_cast<unsigned long>(number);
 }
 
 char* errorText(unsigned long code) {

@@ -34,5 +34,13 @@ bool windowsVersion(unsigned long*, unsigned long*, unsigned long*) {
     return false;
 }
 
+std::u16string codePageToUtf16(const char* text, size_t length) {
+    std::u16string out;
+    out.reserve(length);
+    for (size_t i = 0; i < length; ++i)
+        out += static_cast<char16_t>(static_cast<unsigned char>(text[i]));
+    return out;
+}
+
 }  // namespace regsys
 }  // namespace velmora

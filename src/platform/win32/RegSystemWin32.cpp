@@ -53,5 +53,16 @@ bool windowsVersion(unsigned long* platform, unsigned long* major, unsigned long
     return true;
 }
 
+std::u16string codePageToUtf16(const char* text, size_t length) {
+    if (length == 0) return std::u16string();
+    const int n = MultiByteToWideChar(CP_ACP, 0, text, static_cast<int>(length), nullptr, 0);
+    std::u16string out(n > 0 ? static_cast<size_t>(n) : 0, u'\0');
+    if (n > 0) {
+        MultiByteToWideChar(CP_ACP, 0, text, static_cast<int>(length),
+                            reinterpret_cast<wchar_t*>(&out[0]), n);
+    }
+    return out;
+}
+
 }  // namespace regsys
 }  // namespace velmora

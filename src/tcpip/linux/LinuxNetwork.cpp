@@ -1,5 +1,6 @@
 #include "tcpip/linux/LinuxNetwork.h"
 
+#include <velmora/files/FileUtil.h>
 #include <velmora/log/MessageBundle.h>
 #include <velmora/net/InetAddress.h>
 
@@ -36,19 +37,6 @@ Remembered remembered[2];  // IPv4, IPv6
 
 Remembered& rememberedFor(int family) {
     return remembered[family == AF_INET6 ? 1 : 0];
-}
-
-int writeAll(int fd, const std::string& text) {
-    size_t done = 0;
-    while (done < text.size()) {
-        ssize_t n = ::write(fd, text.data() + done, text.size() - done);
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            return errno;
-        }
-        done += static_cast<size_t>(n);
-    }
-    return 0;
 }
 
 }  // namespace
@@ -88,41 +76,17 @@ bool readText(const char* path, std::string* out, int* code) {
     return true;
 }
 
-namespace {
-
-// Writes through a temporary file beside the target and a rename; the target keeps its
-// mode when `keepMode` and it exists, else gets `mode`.
-int replaceFile(const char* path, const std::string& text, mode_t mode, bool keepMode) {
-    // The target of a symbolic link is replaced, not the link itself.
-    char resolved[PATH_MAX];
-    std::string target = ::realpath(path, resolved) != nullptr ? resolved : path;
-    size_t slash = target.rfind('/');
-    std::string dir = slash == std::string::npos ? "." : target.substr(0, slash + 1);
-    std::string name = slash == std::string::npos ? target : target.substr(slash + 1);
-    std::string temp = dir + "." + name + ".XXXXXX";
-    std::vector<char> tempName(temp.begin(), temp.end());
-    tempName.push_back('\0');
-    int fd = ::mkostemp(tempName.data(), O_CLOEXEC);
-    if (fd < 0) return errno;
-    struct stat st;
-    if (keepMode && ::stat(target.c_str(), &st) == 0) mode = st.st_mode & 07777;
-    int result = ::fchmod(fd, mode) == 0 ? 0 : errno;
-    if (result == 0) result = writeAll(fd, text);
-    if (result == 0 && ::fsync(fd) != 0) result = errno;
-    if (::close(fd) != 0 && result == 0) result = errno;
-    if (result == 0 && ::rename(tempName.data(), target.c_str()) != 0) result = errno;
-    if (result != 0) ::unlink(tempName.data());
-    return result;
-}
-
-}  // namespace
-
 int writeAtomically(const char* path, const std::string& text) {
-    return replaceFile(path, text, 0644, true);
+    int code = 0;
+    FileUtil::rewriteFile(path, text.data(), text.size(), &code);
+    return code;
 }
 
 int writePrivately(const char* path, const std::string& text) {
-    return replaceFile(path, text, 0600, false);
+    // A new file is made for the owner alone first; the rewrite then keeps that mode.
+    int fd = ::open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (fd >= 0) ::close(fd);
+    return writeAtomically(path, text);
 }
 
 std::string addressText(int family, const unsigned char* bytes) {

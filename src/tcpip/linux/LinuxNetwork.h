@@ -67,8 +67,8 @@ void reportSystem(ErrorHandler* err, const char* key, const std::string& what, i
 
 // The whole file; false with the errno value in *code when it cannot be read.
 bool readText(const char* path, std::string* out, int* code);
-// Replaces the file by `text` through a temporary file beside it and a rename, keeping
-// its permissions; a symbolic link is followed and its target replaced. 0 or errno.
+// Replaces the file's whole text through FileUtil::rewriteFile (links followed, mode,
+// owner and group kept, never half written). 0 or errno.
 int writeAtomically(const char* path, const std::string& text);
 // The same for a file only its owner may read (mode 0600 whatever the old file had).
 int writePrivately(const char* path, const std::string& text);

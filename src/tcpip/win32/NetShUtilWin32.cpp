@@ -28,6 +28,20 @@ private:
     HANDLE h_ = nullptr;
 };
 
+// The program a command line starts, by its full path: a bare name ("ipv6", "cmd") is a
+// tool of the system directory, never looked for in the current directory or on PATH,
+// where anybody could have left a program of that name.
+std::string programOf(const std::string& command) {
+    if (command[0] == '"') return command.substr(1, command.find('"', 1) - 1);
+    std::string program = command.substr(0, command.find_first_of(" \t"));
+    if (program.find_first_of("\\/:") != std::string::npos) return program;
+    if (program.find('.') == std::string::npos) program += ".exe";
+    char dir[MAX_PATH];
+    UINT length = GetSystemDirectoryA(dir, MAX_PATH);
+    if (length == 0 || length >= MAX_PATH) return "";
+    return std::string(dir, length) + "\\" + program;
+}
+
 class SystemShell : public NetShUtilWin32 {
 public:
     int executeCommand(const char* command) override {
@@ -49,8 +63,10 @@ public:
         PROCESS_INFORMATION process = {};
         // CreateProcess may write into the command line: give it a copy.
         std::vector<char> line(command, command + std::string(command).size() + 1);
-        if (!CreateProcessA(nullptr, line.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW, nullptr,
-                            nullptr, &start, &process))
+        const std::string program = programOf(command);
+        if (program.empty() ||
+            !CreateProcessA(program.c_str(), line.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW,
+                            nullptr, nullptr, &start, &process))
             return -1;
         // The pipe ends at the child's exit only once this side's copy of its end is gone.
         writeEnd.close();

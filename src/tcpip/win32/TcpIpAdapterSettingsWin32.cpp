@@ -12,6 +12,8 @@
 #include <cstring>
 #include <ctime>
 #include <initializer_list>
+#include <string>
+#include <vector>
 
 #include "tcpip/Ipv6RouteTable.h"
 #include "tcpip/win32/HostSystemWin32.h"
@@ -139,9 +141,38 @@ bool wmiKey(const char* id, char* mac, int size) {
     return true;
 }
 
-// 0 when the WMI method succeeded (1 means it did, after a restart), else -1.
-int wmiResult(int returned) {
-    return returned == 0 || returned == 1 ? 0 : -1;
+// 0 when the WMI method succeeded (1 means it did, after a restart). Otherwise -1, with
+// the failure reported: the COM or WMI status when the method could not be run (no
+// rights, no such configuration, no WMI at all), or the method's own answer.
+int wmiResult(ErrorHandler* err, WMIUtilWin32* wmi, const char* method, int returned) {
+    if (returned == 0 || returned == 1) return 0;
+    if (err == nullptr) return -1;
+    char status[16], text[160];
+    if (returned == -1) {
+        const unsigned long hr =
+            wmi != nullptr ? static_cast<unsigned long>(wmi->getLastStatus()) : 0;
+        std::snprintf(status, sizeof status, "0x%08lX", hr);
+        std::snprintf(text, sizeof text, "WMI could not run %s: status %s", method, status);
+    } else {
+        std::snprintf(status, sizeof status, "%d", returned);
+        std::snprintf(text, sizeof text, "WMI %s failed with return value %s", method, status);
+    }
+    MessageBundle bundle("platform", "TcpIpAdapterSettings.wmiFailed", text);
+    bundle.addLexiconArgument(method);
+    bundle.addLexiconArgument(status);
+    err->error(&bundle);
+    return -1;
+}
+
+// The WMI access, or null with a report when there is none.
+WMIUtilWin32* wmiOrReport(ErrorHandler* err) {
+    WMIUtilWin32* wmi = WMIUtilWin32::getInstance();
+    if (wmi == nullptr && err != nullptr) {
+        MessageBundle bundle("platform", "TcpIpAdapterSettings.wmiUnavailable",
+                             "WMI is not available: the adapter settings cannot be changed");
+        err->error(&bundle);
+    }
+    return wmi;
 }
 
 void refuse(ErrorHandler* err, const char* key, const char* text) {
@@ -166,11 +197,21 @@ void joinEntries(const char* const* entries, int count, char* list, int size) {
     }
 }
 
+// A separated list joined with single spaces by the same rule: an entry that does not fit
+// ends the list instead of being cut.
 void separatedToSpaces(const char* list, char separator, char* out, int size) {
-    copyOut(out, size, list != nullptr ? list : "");
-    for (char* p = out; *p != '\0'; ++p) {
-        if (*p == separator) *p = ' ';
+    std::vector<std::string> parts(1);
+    for (const char* p = list != nullptr ? list : ""; *p != '\0'; ++p) {
+        if (*p == separator) {
+            parts.emplace_back();
+        } else {
+            parts.back() += *p;
+        }
     }
+    std::vector<const char*> entries;
+    for (const std::string& part : parts)
+        entries.push_back(part.c_str());
+    joinEntries(entries.data(), static_cast<int>(entries.size()), out, size);
 }
 
 }  // namespace
@@ -377,32 +418,37 @@ int TcpIpAdapterSettings::setSubnetMask(ErrorHandler* err, const char*) {
     return -1;
 }
 
-int TcpIpAdapterSettings::setIpAddressSubnetMask(ErrorHandler*, const char* address,
+int TcpIpAdapterSettings::setIpAddressSubnetMask(ErrorHandler* err, const char* address,
                                                  const char* mask) {
     char mac[32];
     if (!wmiKey(id_, mac, sizeof mac)) return -1;
     if (address == nullptr || *address == '\0' || mask == nullptr || *mask == '\0') return -1;
-    WMIUtilWin32* wmi = WMIUtilWin32::getInstance();
-    return wmi != nullptr ? wmiResult(wmi->invokeEnableStaticOnMAC(mac, address, mask)) : -1;
+    WMIUtilWin32* wmi = wmiOrReport(err);
+    return wmi != nullptr ? wmiResult(err, wmi, "EnableStatic",
+                                      wmi->invokeEnableStaticOnMAC(mac, address, mask))
+                          : -1;
 }
 
-int TcpIpAdapterSettings::setDefaultGateway(ErrorHandler*, const char* gateway) {
+int TcpIpAdapterSettings::setDefaultGateway(ErrorHandler* err, const char* gateway) {
     char mac[32];
     if (!wmiKey(id_, mac, sizeof mac)) return -1;
     if (gateway == nullptr || *gateway == '\0') return -1;
-    WMIUtilWin32* wmi = WMIUtilWin32::getInstance();
-    return wmi != nullptr ? wmiResult(wmi->invokeSetGatewaysOnMAC(mac, gateway)) : -1;
+    WMIUtilWin32* wmi = wmiOrReport(err);
+    return wmi != nullptr
+               ? wmiResult(err, wmi, "SetGateways", wmi->invokeSetGatewaysOnMAC(mac, gateway))
+               : -1;
 }
 
-int TcpIpAdapterSettings::setDnsHosts(ErrorHandler*, const char* list) {
+int TcpIpAdapterSettings::setDnsHosts(ErrorHandler* err, const char* list) {
     char mac[32];
     if (!wmiKey(id_, mac, sizeof mac)) return -1;
-    WMIUtilWin32* wmi = WMIUtilWin32::getInstance();
+    WMIUtilWin32* wmi = wmiOrReport(err);
     if (wmi == nullptr) return -1;
     if (list == nullptr) list = "";
     // A new order replaces the old one only after the old one is cleared.
     if (*list != '\0') wmi->invokeSetDNSServerSearchOrderOnMAC(mac, "");
-    return wmiResult(wmi->invokeSetDNSServerSearchOrderOnMAC(mac, list));
+    return wmiResult(err, wmi, "SetDNSServerSearchOrder",
+                     wmi->invokeSetDNSServerSearchOrderOnMAC(mac, list));
 }
 
 int TcpIpAdapterSettings::setDnsHosts(ErrorHandler* err, const char* list, char separator) {
@@ -417,12 +463,13 @@ int TcpIpAdapterSettings::setDnsHosts(ErrorHandler* err, const char* const* entr
     return setDnsHosts(err, list);
 }
 
-int TcpIpAdapterSettings::setDomain(ErrorHandler*, const char* domain) {
+int TcpIpAdapterSettings::setDomain(ErrorHandler* err, const char* domain) {
     char mac[32];
     if (!wmiKey(id_, mac, sizeof mac)) return -1;
-    WMIUtilWin32* wmi = WMIUtilWin32::getInstance();
+    WMIUtilWin32* wmi = wmiOrReport(err);
     return wmi != nullptr
-               ? wmiResult(wmi->invokeSetDNSDomainOnMAC(mac, domain != nullptr ? domain : ""))
+               ? wmiResult(err, wmi, "SetDNSDomain",
+                           wmi->invokeSetDNSDomainOnMAC(mac, domain != nullptr ? domain : ""))
                : -1;
 }
 
@@ -434,10 +481,12 @@ int TcpIpAdapterSettings::setDhcpEnabled(ErrorHandler* err, bool on) {
     if (!on) return 0;
     char mac[32];
     if (!wmiKey(id_, mac, sizeof mac)) return -1;
-    WMIUtilWin32* wmi = WMIUtilWin32::getInstance();
+    WMIUtilWin32* wmi = wmiOrReport(err);
     if (wmi == nullptr) return -1;
-    if (wmiResult(wmi->invokeSetDNSServerSearchOrderOnMAC(mac, "")) != 0) return -1;
-    return wmiResult(wmi->invokeEnableDHCPOnMAC(mac));
+    if (wmiResult(err, wmi, "SetDNSServerSearchOrder",
+                  wmi->invokeSetDNSServerSearchOrderOnMAC(mac, "")) != 0)
+        return -1;
+    return wmiResult(err, wmi, "EnableDHCP", wmi->invokeEnableDHCPOnMAC(mac));
 }
 
 int TcpIpAdapterSettings::setEnabled(ErrorHandler* err, bool on) {

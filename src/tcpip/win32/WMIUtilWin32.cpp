@@ -220,7 +220,9 @@ private:
         return S_OK;
     }
 
-    // The object path of the configuration whose MACAddress is `mac`.
+    // The object path of the configuration whose MACAddress is `mac`. Several
+    // configurations may share one hardware address (virtual adapters, miniports without
+    // IP): the one with IP enabled is taken, the first one only when none has it.
     static HRESULT findAdapter(IWbemServices* services, const char* mac, Bstr& path) {
         Bstr language(L"WQL");
         Bstr query(L"SELECT * FROM Win32_NetworkAdapterConfiguration WHERE MACAddress = '" +
@@ -230,17 +232,26 @@ private:
                                          WBEM_FLAG_FORWARD_ONLY | WBEM_FLAG_RETURN_IMMEDIATELY,
                                          nullptr, rows.out());
         if (FAILED(hr)) return hr;
-        ComRef<IWbemClassObject> row;
-        ULONG count = 0;
-        hr = rows->Next(static_cast<LONG>(WBEM_INFINITE), 1, row.out(), &count);
-        if (FAILED(hr)) return hr;
-        if (count == 0 || row.get() == nullptr) return WBEM_E_NOT_FOUND;
-        Variant value;
-        hr = row->Get(L"__PATH", 0, value.get(), nullptr, nullptr);
-        if (FAILED(hr)) return hr;
-        if (value.get()->vt != VT_BSTR) return WBEM_E_NOT_FOUND;
-        *path.out() = SysAllocString(value.get()->bstrVal);
-        return S_OK;
+        for (;;) {
+            ComRef<IWbemClassObject> row;
+            ULONG count = 0;
+            hr = rows->Next(static_cast<LONG>(WBEM_INFINITE), 1, row.out(), &count);
+            if (FAILED(hr)) return hr;
+            if (count == 0 || row.get() == nullptr) break;
+            Variant value;
+            hr = row->Get(L"__PATH", 0, value.get(), nullptr, nullptr);
+            if (FAILED(hr) || value.get()->vt != VT_BSTR) continue;
+            Variant enabled;
+            const bool ipEnabled =
+                SUCCEEDED(row->Get(L"IPEnabled", 0, enabled.get(), nullptr, nullptr)) &&
+                enabled.get()->vt == VT_BOOL && enabled.get()->boolVal != VARIANT_FALSE;
+            if (path.get() == nullptr || ipEnabled) {
+                SysFreeString(path.get());
+                *path.out() = SysAllocString(value.get()->bstrVal);
+            }
+            if (ipEnabled) return S_OK;
+        }
+        return path.get() != nullptr ? S_OK : static_cast<HRESULT>(WBEM_E_NOT_FOUND);
     }
 
     // The method's input parameters filled by `fill`; none when the method takes none.

@@ -34,4 +34,12 @@ JNIEXPORT void JNICALL Java_velmoratest_PlatLogCheck_logWithoutEnv(JNIEnv* env, 
                                                                    jstring message) {
     platLog(nullptr, text(env, name).c_str(), level, text(env, message).c_str());
 }
+
+JNIEXPORT void JNICALL Java_velmoratest_PlatLogCheck_logWhileThrowing(JNIEnv* env, jclass,
+                                                                      jstring name, jint level,
+                                                                      jstring message) {
+    std::string n = text(env, name), m = text(env, message);
+    env->ThrowNew(env->FindClass("java/lang/IllegalArgumentException"), "the caller's own");
+    platLog(env, n.c_str(), level, m.c_str());
+}
 }

@@ -28,6 +28,10 @@ public class RegArraysCheck {
         expect("empty delimited", delimited(bytes(";;"), ";"));
         expect("multi-string", multiSz(bytes("10.0.0.1\0fd00::1\0\0")), "10.0.0.1", "fd00::1");
         expect("unterminated multi-string", multiSz(bytes("a\0bc")), "a", "bc");
+        expect("code-page text", delimited(bytes("caf\u00e9;na\u00efve"), ";"), "caf\u00e9",
+                "na\u00efve");
+        expect("code-page multi-string", multiSz(bytes("\u00e9t\u00e9\0\u00c3\u00a9\0\0")),
+                "\u00e9t\u00e9", "\u00c3\u00a9");
 
         StringBuilder many = new StringBuilder();
         for (int i = 0; i < 200; i++) many.append("n").append(i).append(',');
