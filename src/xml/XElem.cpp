@@ -693,12 +693,12 @@ XElemList* XElem::elems(const XNs* ns, const char* name) const {
 
 void XElem::write(XWriter* out, int indent) const {
     if (out == nullptr) return;
-    // A tree goes out in blocks of 64 KB (the run's own 8 KB without the memory).
+    // A tree goes out in blocks of 64 KB (the run's own 8 KB without the memory), or in
+    // the writer's own block when it has one.
     const int kBlock = 64 * 1024;
-    char* block = static_cast<char*>(std::malloc(kBlock));
+    char* block = xml::XmlOut::gathers(out) ? nullptr : static_cast<char*>(std::malloc(kBlock));
     if (block == nullptr) {
-        xml::XmlOut run(out);
-        writeTo(run, indent);
+        xml::withRun(out, [this, indent](xml::XmlOut& run) { writeTo(run, indent); });
         return;
     }
     {

@@ -1,5 +1,13 @@
 #include "xml/XmlOut.h"
 
+#include <cstdint>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+#include "xml/XmlUtf8.h"
+
 namespace velmora {
 namespace xml {
 
@@ -16,9 +24,38 @@ struct PlainTable {
 
 constexpr PlainTable kTable;
 
-const char kHex[] = "0123456789abcdef";
-
 }  // namespace
+
+XmlOut::XmlOut(XWriter* out, char* buf, int cap)
+    : out_(out), buf_(buf), cap_(cap), utf8_(out->isUtf8()) {
+    if (out->block_ != nullptr) {
+        buf_ = out->block_;
+        cap_ = out->blockCap_;
+        n_ = out->blockLen_;
+        borrowed_ = true;
+    }
+}
+
+XmlOut::~XmlOut() {
+    if (borrowed_) {
+        out_->blockLen_ = n_;
+    } else {
+        flush();
+    }
+}
+
+void XmlOut::flush() {
+    if (n_ > 0) {
+        // The writer's own block goes to its target; a run's block to the writer, so
+        // that a writer that overrides write() sees everything written.
+        if (borrowed_) {
+            out_->forward(buf_, n_);
+        } else {
+            out_->write(buf_, n_);
+        }
+    }
+    n_ = 0;
+}
 
 void XmlOut::putLong(const char* s, size_t n) {
     flush();
@@ -26,7 +63,11 @@ void XmlOut::putLong(const char* s, size_t n) {
         // Too long for the block: straight through, in pieces an int can count.
         while (n > 0) {
             int piece = n > 0x40000000 ? 0x40000000 : static_cast<int>(n);
-            out_->write(s, piece);
+            if (borrowed_) {
+                out_->forward(s, piece);
+            } else {
+                out_->write(s, piece);
+            }
             s += piece;
             n -= static_cast<size_t>(piece);
         }
@@ -47,60 +88,194 @@ void XmlOut::spaces(int n) {
     }
 }
 
-// A byte that does not stand for itself: its named entity, or "&#x%x;" (lower-case
-// hexadecimal without leading zeros).
-void XmlOut::escape(unsigned char c) {
-    switch (c) {
-        case '<':
-            put("&lt;", 4);
-            return;
-        case '>':
-            put("&gt;", 4);
-            return;
-        case '&':
-            put("&amp;", 5);
-            return;
-        default:
-            break;
-    }
-    char ref[6] = {'&', '#', 'x'};
-    int len = 3;
-    if (c >= 16) ref[len++] = kHex[c >> 4];
-    ref[len++] = kHex[c & 15];
-    ref[len++] = ';';
-    put(ref, static_cast<size_t>(len));
-}
+namespace {
 
-void XmlOut::escaped(const char* s, size_t n, bool escapeWhitespace) {
-    const char* end = s + n;
-    while (s < end) {
-        const char* start = s;
-        while (s < end && kTable.plain[static_cast<unsigned char>(*s)])
-            ++s;
-        if (s > start) put(start, static_cast<size_t>(s - start));
-        if (s == end) return;
-        char c = *s++;
-        if (!escapeWhitespace && (c == '\n' || c == '\r' || c == '\t')) {
-            put(c);
-        } else {
-            escape(static_cast<unsigned char>(c));
+// What each byte that does not stand for itself is written as: its named entity, or
+// "&#x%x;" (lower-case hexadecimal without leading zeros); at most six bytes, kept in
+// eight so that one fixed-size move writes any of them.
+struct EscapeTable {
+    char text[256][8];
+    unsigned char length[256];
+    constexpr EscapeTable() : text(), length() {
+        const char hex[] = "0123456789abcdef";
+        for (int c = 0; c < 256; ++c) {
+            int n = 0;
+            text[c][n++] = '&';
+            text[c][n++] = '#';
+            text[c][n++] = 'x';
+            if (c >= 16) text[c][n++] = hex[c >> 4];
+            text[c][n++] = hex[c & 15];
+            text[c][n++] = ';';
+            length[c] = static_cast<unsigned char>(n);
+        }
+        const char* named[3][2] = {{"<", "&lt;"}, {">", "&gt;"}, {"&", "&amp;"}};
+        for (const auto& e : named) {
+            auto c = static_cast<unsigned char>(e[0][0]);
+            int n = 0;
+            for (const char* p = e[1]; *p != '\0'; ++p)
+                text[c][n++] = *p;
+            for (int i = n; i < 8; ++i)
+                text[c][i] = '\0';
+            length[c] = static_cast<unsigned char>(n);
         }
     }
+};
+
+constexpr EscapeTable kEscapes;
+
+}  // namespace
+
+void XmlOut::escape(unsigned char c) {
+    if (cap_ - n_ < 8) flush();
+    std::memcpy(buf_ + n_, kEscapes.text[c], 8);
+    n_ += kEscapes.length[c];
 }
 
-// The same in one pass over a zero-terminated text: the zero is no plain byte, so a run
-// stops at it as at any byte that needs a reference.
-void XmlOut::escaped(const char* s) {
-    if (s == nullptr) return;
-    for (;;) {
-        const char* start = s;
-        while (kTable.plain[static_cast<unsigned char>(*s)])
-            ++s;
-        if (s > start) put(start, static_cast<size_t>(s - start));
-        char c = *s++;
-        if (c == '\0') return;
-        escape(static_cast<unsigned char>(c));
+namespace {
+
+// For each lead byte: the length of its sequence (0: no lead byte) and the bounds of the
+// byte after it, from utf8Lead, in tables so that the check takes no branch per kind.
+struct LeadTable {
+    unsigned char length[256];
+    unsigned char lo[256];
+    unsigned char hi[256];
+    constexpr LeadTable() : length(), lo(), hi() {
+        for (int b = 0x80; b < 256; ++b) {
+            unsigned char l = 0x80;
+            unsigned char h = 0xBF;
+            int more = 0;
+            if (b >= 0xC2 && b <= 0xDF) more = 1;
+            if (b >= 0xE0 && b <= 0xEF) more = 2;
+            if (b >= 0xF0 && b <= 0xF4) more = 3;
+            if (b == 0xE0) l = 0xA0;
+            if (b == 0xED) h = 0x9F;
+            if (b == 0xF0) l = 0x90;
+            if (b == 0xF4) h = 0x8F;
+            length[b] = static_cast<unsigned char>(more > 0 ? more + 1 : 0);
+            lo[b] = l;
+            hi[b] = h;
+        }
     }
+};
+
+constexpr LeadTable kLeads;
+
+// The length of the well-formed UTF-8 sequence at `s` (a byte above 127) that may go
+// out as it is, else 0. U+FFFE and U+FFFF are no XML characters: their bytes become
+// references. With four bytes at hand it checks without a branch per byte or per kind.
+#if defined(_MSC_VER)
+__forceinline
+#else
+inline
+    __attribute__((always_inline))
+#endif
+    int
+    passThrough(const unsigned char* s, const unsigned char* end) {
+    int k;
+    if (end - s >= 4) {
+        static const uint32_t kContMask[5] = {0, 0, 0x0000C000u, 0x00C0C000u, 0xC0C0C000u};
+        static const uint32_t kContWant[5] = {1, 0, 0x00008000u, 0x00808000u, 0x80808000u};
+        k = kLeads.length[s[0]];
+        uint32_t w = static_cast<uint32_t>(s[0]) | static_cast<uint32_t>(s[1]) << 8 |
+                     static_cast<uint32_t>(s[2]) << 16 | static_cast<uint32_t>(s[3]) << 24;
+        // Length 0 never matches (want 1 under mask 0).
+        bool ok = ((w & kContMask[k]) == kContWant[k]) & (s[1] >= kLeads.lo[s[0]]) &
+                  (s[1] <= kLeads.hi[s[0]]);
+        // Bitwise, not short-circuit: one branch that is almost never taken.
+        ok &= !((k == 3) & (s[0] == 0xEF) & (s[1] == 0xBF) & (s[2] >= 0xBE));
+        return ok ? k : 0;
+    }
+    return utf8Sequence(s, end);
+}
+
+}  // namespace
+
+void XmlOut::escaped(const char* text, size_t n, bool escapeWhitespace) {
+    const auto* s = reinterpret_cast<const unsigned char*>(text);
+    const unsigned char* end = s + n;
+    // Everything that goes out as it is, kept white space and UTF-8 sequences included,
+    // is copied in one piece up to the next byte that needs a reference.
+    const unsigned char* run = s;
+#if defined(__SSE2__)
+    // Sixteen bytes at a time: a mask of the bytes that need a reference (control bytes
+    // but the kept white space, 127, " ' < > &, and in the ASCII mode every byte above
+    // 127) and one of the bytes above 127, whose UTF-8 is checked sequence by sequence.
+    const __m128i space = _mm_set1_epi8(' ');
+    const __m128i del = _mm_set1_epi8(0x7f);
+    const __m128i quot = _mm_set1_epi8('"');
+    const __m128i apos = _mm_set1_epi8('\'');
+    const __m128i lt = _mm_set1_epi8('<');
+    const __m128i gt = _mm_set1_epi8('>');
+    const __m128i amp = _mm_set1_epi8('&');
+    const __m128i tab = _mm_set1_epi8('\t');
+    const __m128i lf = _mm_set1_epi8('\n');
+    const __m128i cr = _mm_set1_epi8('\r');
+    while (end - s >= 16) {
+        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s));
+        // Signed: the bytes above 127 count as below 32 here and are taken out below.
+        int high = _mm_movemask_epi8(v);
+        int control = _mm_movemask_epi8(_mm_cmplt_epi8(v, space)) & ~high;
+        if (!escapeWhitespace) {
+            __m128i ws = _mm_or_si128(_mm_cmpeq_epi8(v, tab),
+                                      _mm_or_si128(_mm_cmpeq_epi8(v, lf), _mm_cmpeq_epi8(v, cr)));
+            control &= ~_mm_movemask_epi8(ws);
+        }
+        __m128i special = _mm_or_si128(_mm_cmpeq_epi8(v, del), _mm_cmpeq_epi8(v, amp));
+        special =
+            _mm_or_si128(special, _mm_or_si128(_mm_cmpeq_epi8(v, quot), _mm_cmpeq_epi8(v, apos)));
+        special = _mm_or_si128(special, _mm_or_si128(_mm_cmpeq_epi8(v, lt), _mm_cmpeq_epi8(v, gt)));
+        int escape = control | _mm_movemask_epi8(special);
+        if (!utf8_) {
+            escape |= high;
+            high = 0;
+        }
+        uint64_t any = static_cast<unsigned>(escape | high);
+        const unsigned char* next = s + 16;
+        // Each marked byte of the sixteen in turn, from the same masks: a sequence that
+        // goes out as it is clears its own bytes, a byte that needs a reference is written.
+        while (any != 0) {
+            int at = __builtin_ctzll(any);
+            const unsigned char* p = s + at;
+            if ((high >> at) & 1) {
+                int k = passThrough(p, end);
+                if (k > 0) {
+                    next = p + k > next ? p + k : next;
+                    any &= ~((uint64_t{2} << (at + k - 1)) - 1);
+                    continue;
+                }
+            }
+            if (p > run) put(reinterpret_cast<const char*>(run), static_cast<size_t>(p - run));
+            this->escape(*p);
+            run = p + 1;
+            any &= any - 1;
+        }
+        s = next;
+    }
+#endif
+    // The rest (all of it without the instructions) byte by byte, by the same rules.
+    while (s < end) {
+        unsigned char c = *s;
+        if (kTable.plain[c]) {
+            ++s;
+            continue;
+        }
+        if (c >= 0x80) {
+            if (utf8_) {
+                int k = passThrough(s, end);
+                if (k > 0) {
+                    s += k;
+                    continue;
+                }
+            }
+        } else if (!escapeWhitespace && (c == '\n' || c == '\r' || c == '\t')) {
+            ++s;
+            continue;
+        }
+        if (s > run) put(reinterpret_cast<const char*>(run), static_cast<size_t>(s - run));
+        escape(c);
+        run = ++s;
+    }
+    if (s > run) put(reinterpret_cast<const char*>(run), static_cast<size_t>(s - run));
 }
 
 }  // namespace xml

@@ -99,6 +99,7 @@ bool sameAddress(const char* a, const char* b) {
 void checkGateways(const std::string& body, velmora::TcpIpHostSettings* host, Reports* reports) {
     velmora::StringReader in(body.c_str(), static_cast<int>(body.size()));
     velmora::XParser parser(&in);
+    parser.setUtf8(true);  // as the library reads the settings document
     std::unique_ptr<velmora::XElem> root(parser.parse(true));
     if (root == nullptr || root->getb("isReadonly", false) ||
         host->usesAdapterLevelSettings(reports)) {
