@@ -75,32 +75,23 @@ XWriter* XWriter::w(int n) {
     return this;
 }
 
-XWriter* XWriter::w(char c) {
-    if (block_ != nullptr && blockLen_ < blockCap_ && out_ != nullptr) {
-        block_[blockLen_++] = c;
-        return this;
-    }
+XWriter* XWriter::putChar(char c) {
     write(c);
     return this;
 }
 
-XWriter* XWriter::w(const char* s) {
-    if (s == nullptr || *s == '\0') return this;
-    size_t n = std::strlen(s);
-    if (block_ != nullptr && n <= static_cast<size_t>(blockCap_ - blockLen_) && out_ != nullptr) {
-        std::memcpy(block_ + blockLen_, s, n);
-        blockLen_ += static_cast<int>(n);
-        return this;
+XWriter* XWriter::putText(const char* s, size_t n) {
+    // Longer than an int counts only in a document of gigabytes: written in pieces.
+    while (n > 0) {
+        int piece = n > 0x40000000 ? 0x40000000 : static_cast<int>(n);
+        write(s, piece);
+        s += piece;
+        n -= static_cast<size_t>(piece);
     }
-    write(s, static_cast<int>(n));
     return this;
 }
 
-XWriter* XWriter::nl() {
-    return w('\n');
-}
-
-XWriter* XWriter::indent(int n) {
+XWriter* XWriter::putSpaces(int n) {
     if (n <= 0) return this;
     if (block_ != nullptr) {
         xml::XmlOut run(this, nullptr, 0);

@@ -10,6 +10,9 @@
 
 #include <velmora/text/CharWriter.h>
 
+#include <cstddef>
+#include <cstring>
+
 namespace velmora {
 
 namespace xml {
@@ -26,10 +29,34 @@ public:
     void close() override;                       // closes the target and forgets it
 
     XWriter* w(int n);  // "%d"
-    XWriter* w(char c);
-    XWriter* w(const char* s);  // as is; null writes nothing
-    XWriter* nl();
-    XWriter* indent(int n);  // n spaces
+    // The small helpers gather straight into the writer's block when it has one (and the
+    // room), without a call.
+    XWriter* w(char c) {
+        if (blockLen_ < blockCap_) {
+            block_[blockLen_++] = c;
+            return this;
+        }
+        return putChar(c);
+    }
+    XWriter* w(const char* s) {  // as is; null writes nothing
+        if (s == nullptr || *s == '\0') return this;
+        size_t n = std::strlen(s);
+        if (n <= static_cast<size_t>(blockCap_ - blockLen_)) {
+            std::memcpy(block_ + blockLen_, s, n);
+            blockLen_ += static_cast<int>(n);
+            return this;
+        }
+        return putText(s, n);
+    }
+    XWriter* nl() { return w('\n'); }
+    XWriter* indent(int n) {  // n spaces
+        if (n > 0 && n <= blockCap_ - blockLen_) {
+            std::memset(block_ + blockLen_, ' ', static_cast<size_t>(n));
+            blockLen_ += n;
+            return this;
+        }
+        return putSpaces(n);
+    }
     XWriter* prolog();       // the XML declaration and a line feed
     // name="value" with the value escaped; no space is written before the name.
     XWriter* attr(const char* name, const char* value);
@@ -68,6 +95,9 @@ protected:
 private:
     friend class xml::XmlOut;
     int forward(const char* buf, int n) const { return out_ != nullptr ? out_->write(buf, n) : 0; }
+    XWriter* putChar(char c);
+    XWriter* putText(const char* s, size_t n);
+    XWriter* putSpaces(int n);
 
     XWriter(const XWriter&) = delete;
     XWriter& operator=(const XWriter&) = delete;
