@@ -57,7 +57,7 @@ public:
         }
         return putSpaces(n);
     }
-    XWriter* prolog();       // the XML declaration and a line feed
+    XWriter* prolog();  // the XML declaration and a line feed
     // name="value" with the value escaped; no space is written before the name.
     XWriter* attr(const char* name, const char* value);
     // As attr() with the value formatted into a buffer of `size` bytes.
