@@ -254,17 +254,20 @@ const char* XElem::uri() const {
 
 void XElem::setNs(const XNs* ns) {
     // The same namespace again (as the parser sets it on every start tag) keeps the copy
-    // already held instead of making a new one.
+    // already held instead of making a new one; the names change only with the prefix.
+    bool hadPrefix = prefix() != nullptr;
     bool same = ns != nullptr && ns_ != nullptr && ns != ns_ &&
                 sameText(ns->getPrefix(), ns_->getPrefix()) &&
                 sameText(ns->getUri(), ns_->getUri());
     if (same) {
         ns_->setDeclarer(ns->getDeclarer());
-    } else if (ns != ns_) {
+        return;
+    }
+    if (ns != ns_) {
         delete ns_;
         ns_ = copyNs(ns);
     }
-    storeNames(name_);
+    if (hadPrefix || prefix() != nullptr) storeNames(name_);
 }
 
 XNs* XElem::findNs(const char* uri) const {

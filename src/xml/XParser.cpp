@@ -460,7 +460,16 @@ int XParser::decodeEntity(int first) {
 
 // --- text and skipped markup
 
+// A text event leaves its characters in the scratch buffer; they are copied into the
+// parser's XText when text() asks for them, so that a scan that never looks at the texts
+// does not copy them (nor take the text's lock).
 void XParser::setText(bool cdata) {
+    textPending_ = true;
+    textCdata_ = cdata;
+}
+
+void XParser::fillText() const {
+    textPending_ = false;
     StringWriter* b = text_->getBuffer();
     if (b->getCapacity() > 65536 && bufLen_ < 4096) {
         // After one huge text, a fresh buffer keeps clearing cheap.
@@ -470,7 +479,7 @@ void XParser::setText(bool cdata) {
     }
     b->clear();
     b->write(buf_, bufLen_);
-    text_->setCDATA(cdata);
+    text_->setCDATA(textCdata_);
 }
 
 // Text beginning with `first`, up to the next "<". True when it holds something other than
@@ -862,7 +871,9 @@ XElem* XParser::elem() const {
 }
 
 XText* XParser::text() const {
-    return type_ == TEXT ? text_ : nullptr;
+    if (type_ != TEXT) return nullptr;
+    if (textPending_) fillText();
+    return text_;
 }
 
 void XParser::skip(int depth) {
@@ -905,7 +916,7 @@ XElem* XParser::parseCurrent(bool close) {
         } else if (event == END) {
             if (--level >= 1) current = current->getParent();
         } else if (event == TEXT) {
-            current->addContent(text_->newCopy());
+            current->addContent(text()->newCopy());
         }
     }
     if (close) this->close();

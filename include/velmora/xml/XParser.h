@@ -97,6 +97,7 @@ private:
     const XNs* lookup(const char* prefix) const;
     void pop();
     void setText(bool cdata);
+    void fillText() const;
     bool append(char** buf, int* len, int* cap, int c);
     void appendRun(char** buf, int* len, int* cap, const unsigned char* run, int n);
 
@@ -107,7 +108,9 @@ private:
     CharReader* reader_;
     int pushback_ = -1;   // a character handed back, -1: none
     int lookahead_ = -1;  // the raw byte read after a CR, -1: none
-    XText* text_;
+    mutable XText* text_;
+    mutable bool textPending_ = false;  // the last text is still only in buf_
+    bool textCdata_ = false;
     XElem** elemStack_;
     NsDecl** nsStack_;
     bool popPending_ = false;
