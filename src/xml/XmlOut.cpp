@@ -26,24 +26,6 @@ constexpr PlainTable kTable;
 
 }  // namespace
 
-XmlOut::XmlOut(XWriter* out, char* buf, int cap)
-    : out_(out), buf_(buf), cap_(cap), utf8_(out->isUtf8()) {
-    if (out->block_ != nullptr) {
-        buf_ = out->block_;
-        cap_ = out->blockCap_;
-        n_ = out->blockLen_;
-        borrowed_ = true;
-    }
-}
-
-XmlOut::~XmlOut() {
-    if (borrowed_) {
-        out_->blockLen_ = n_;
-    } else {
-        flush();
-    }
-}
-
 void XmlOut::flush() {
     if (n_ > 0) {
         // The writer's own block goes to its target; a run's block to the writer, so

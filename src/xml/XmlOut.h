@@ -22,8 +22,22 @@ public:
     // Gathers into the caller's `buf` of `cap` bytes (at least 64) unless the writer has
     // a block of its own: a whole tree goes out in larger blocks, so that a file target
     // gets fewer, larger writes.
-    XmlOut(XWriter* out, char* buf, int cap);
-    ~XmlOut();
+    XmlOut(XWriter* out, char* buf, int cap)
+        : out_(out), buf_(buf), cap_(cap), utf8_(out->isUtf8()) {
+        if (out->block_ != nullptr) {
+            buf_ = out->block_;
+            cap_ = out->blockCap_;
+            n_ = out->blockLen_;
+            borrowed_ = true;
+        }
+    }
+    ~XmlOut() {
+        if (borrowed_) {
+            out_->blockLen_ = n_;
+        } else {
+            flush();
+        }
+    }
     // True when `out` gathers in a block of its own (which every run then uses).
     static bool gathers(const XWriter* out) { return out->block_ != nullptr; }
 

@@ -104,9 +104,11 @@ private:
 
     CharWriter* out_ = nullptr;
     bool utf8_ = false;
+    // Kept apart from blockCap_: the helpers store the length as four bytes, and a read
+    // of both fields as one eight-byte word would wait for that store to retire.
+    mutable int blockLen_ = 0;
     char* block_ = nullptr;
     int blockCap_ = 0;
-    mutable int blockLen_ = 0;
 };
 
 }  // namespace velmora
