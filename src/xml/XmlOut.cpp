@@ -170,6 +170,66 @@ inline
     return utf8Sequence(s, end);
 }
 
+#if defined(__SSE2__)
+// The bits of the bytes of the 32 at `s` that satisfy `test`, as one mask.
+template <typename Test>
+inline uint32_t mask32(__m128i a, __m128i b, Test test) {
+    return static_cast<uint32_t>(_mm_movemask_epi8(test(a))) |
+           static_cast<uint32_t>(_mm_movemask_epi8(test(b))) << 16;
+}
+
+// Whether every byte above 127 among the 16 at `s` (the start of a character) belongs to
+// a sequence that goes out as it is, checked on whole masks instead of sequence by
+// sequence; 32 bytes must be readable. `*overhang` receives how far the last sequence
+// reaches past the 16. False sends the caller to the exact check of each sequence.
+inline bool utf8Chunk(const unsigned char* s, int* overhang) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s));
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 16));
+    auto below = [](int k) {
+        return [k](__m128i v) { return _mm_cmplt_epi8(v, _mm_set1_epi8(static_cast<char>(k))); };
+    };
+    auto above = [](int k) {
+        return [k](__m128i v) { return _mm_cmpgt_epi8(v, _mm_set1_epi8(static_cast<char>(k))); };
+    };
+    auto is = [](int k) {
+        return [k](__m128i v) { return _mm_cmpeq_epi8(v, _mm_set1_epi8(static_cast<char>(k))); };
+    };
+    // As signed bytes: 80-BF continuation, C2-DF, E0-EF and F0-F4 lead two, three and
+    // four bytes, C0, C1 and F5-FF lead nothing.
+    const uint32_t high = mask32(a, b, [](__m128i v) { return v; });
+    const uint32_t cont = mask32(a, b, below(0xC0));
+    const uint32_t from2 = mask32(a, b, above(0xC1)) & high;
+    const uint32_t from3 = mask32(a, b, above(0xDF)) & high;
+    const uint32_t from4 = mask32(a, b, above(0xEF)) & high;
+    const uint32_t beyond = mask32(a, b, above(0xF4)) & high;
+    const uint32_t first = 0xFFFF;  // the leads that count are those among the 16
+    const uint32_t lead2 = from2 & ~from3 & first;
+    const uint32_t lead3 = from3 & ~from4 & first;
+    const uint32_t lead4 = from4 & ~beyond & first;
+    const uint32_t need = (lead2 | lead3 | lead4) << 1 | (lead3 | lead4) << 2 | lead4 << 3;
+    // Each needed byte a continuation byte, and no other continuation byte up to the end
+    // of the last sequence; no byte above 127 that leads nothing.
+    const uint32_t reach = need | first;
+    if ((need & ~cont) != 0 || (cont & reach & ~need) != 0) return false;
+    if ((high & first & ~cont & ~(lead2 | lead3 | lead4)) != 0) return false;
+    // The second bytes that E0, ED, F0 and F4 narrow down, and U+FFFE and U+FFFF.
+    const uint32_t belowA0 = mask32(a, b, below(0xA0)) & cont;
+    const uint32_t below90 = mask32(a, b, below(0x90)) & cont;
+    uint32_t wrong = (mask32(a, b, is(0xE0)) & first) << 1 & belowA0;
+    wrong |= (mask32(a, b, is(0xED)) & first) << 1 & cont & ~belowA0;
+    wrong |= (mask32(a, b, is(0xF0)) & first) << 1 & below90;
+    wrong |= (mask32(a, b, is(0xF4)) & first) << 1 & cont & ~below90;
+    const uint32_t ef = mask32(a, b, is(0xEF)) & first;
+    const uint32_t bf = mask32(a, b, is(0xBF));
+    const uint32_t beOrBf = mask32(a, b, above(0xBD)) & cont;
+    wrong |= ef << 2 & bf << 1 & beOrBf;
+    if (wrong != 0) return false;
+    const uint32_t past = need >> 16;
+    *overhang = past == 0 ? 0 : 32 - __builtin_clz(past);
+    return true;
+}
+#endif
+
 }  // namespace
 
 void XmlOut::escaped(const char* text, size_t n, bool escapeWhitespace) {
@@ -211,8 +271,14 @@ void XmlOut::escaped(const char* text, size_t n, bool escapeWhitespace) {
             escape |= high;
             high = 0;
         }
-        uint64_t any = static_cast<unsigned>(escape | high);
         const unsigned char* next = s + 16;
+        int overhang = 0;
+        if (high != 0 && end - s >= 32 && utf8Chunk(s, &overhang)) {
+            // Every byte above 127 among the sixteen is part of a good sequence.
+            high = 0;
+            next += overhang;
+        }
+        uint64_t any = static_cast<unsigned>(escape | high);
         // Each marked byte of the sixteen in turn, from the same masks: a sequence that
         // goes out as it is clears its own bytes, a byte that needs a reference is written.
         while (any != 0) {
