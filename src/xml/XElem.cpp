@@ -729,7 +729,12 @@ void XElem::writeTo(xml::XmlOut& out, int indent) const {
             out.put(a->ns->getPrefix());
             out.put(':');
         }
-        out.put(a->name);
+        // A name kept in the node's own block is followed there by its value.
+        if (a->inBlock(a->name) && a->inBlock(a->value) && a->value > a->name) {
+            out.put(a->name, static_cast<size_t>(a->value - a->name - 1));
+        } else {
+            out.put(a->name);
+        }
         out.put("=\"", 2);
         out.escaped(a->value);
         out.put('"');
