@@ -712,16 +712,11 @@ void XElem::write(XWriter* out, int indent) const {
 }
 
 void XElem::writeTo(xml::XmlOut& out, int indent) const {
-    const char* p = prefix();
-    size_t prefixLen = p != nullptr ? std::strlen(p) : 0;
-    size_t nameLen = std::strlen(name_);
+    // The qualified name is "prefix:name" exactly when the element has a prefix to show.
+    size_t qnameLen = static_cast<size_t>(name_ - qname_) + std::strlen(name_);
     out.spaces(indent);
     out.put('<');
-    if (p != nullptr) {
-        out.put(p, prefixLen);
-        out.put(':');
-    }
-    out.put(name_, nameLen);
+    out.put(qname_, qnameLen);
     for (Attr* a = attrs_; a != nullptr; a = a->next) {
         out.put(' ');
         // An attribute namespace without a prefix is written as no prefix.
@@ -760,11 +755,7 @@ void XElem::writeTo(xml::XmlOut& out, int indent) const {
         out.spaces(indent);
     }
     out.put("</", 2);
-    if (p != nullptr) {
-        out.put(p, prefixLen);
-        out.put(':');
-    }
-    out.put(name_, nameLen);
+    out.put(qname_, qnameLen);
     out.put(">\n", 2);
 }
 
