@@ -326,5 +326,21 @@ void XmlOut::escaped(const char* text, size_t n, bool escapeWhitespace) {
     if (s > run) put(reinterpret_cast<const char*>(run), static_cast<size_t>(s - run));
 }
 
+// Short values (numbers, names, flags) in one pass that finds their end and that they
+// need nothing; any other text is measured and escaped as above.
+void XmlOut::escaped(const char* text) {
+    if (text == nullptr) return;
+    const auto* s = reinterpret_cast<const unsigned char*>(text);
+    for (int i = 0; i < 16; ++i) {
+        if (kTable.plain[s[i]]) continue;
+        if (s[i] == 0) {
+            put(text, static_cast<size_t>(i));
+            return;
+        }
+        break;
+    }
+    escaped(text, std::strlen(text), true);
+}
+
 }  // namespace xml
 }  // namespace velmora

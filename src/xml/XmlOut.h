@@ -61,9 +61,7 @@ public:
     // writer's UTF-8 mode, well-formed UTF-8 sequences as they are).
     void escaped(const char* s, size_t n, bool escapeWhitespace);
     // A zero-terminated text, escaped with white space.
-    void escaped(const char* s) {
-        if (s != nullptr) escaped(s, std::strlen(s), true);
-    }
+    void escaped(const char* s);
     // Character data: a CDATA section raw inside its markers, other text escaped with
     // line feeds, carriage returns and tabs kept.
     void text(const char* s, size_t n, bool cdata) {
