@@ -131,17 +131,23 @@ std::string awkwardText(size_t size) {
     return s;
 }
 
-// Sequences of every length, good and broken, at every offset from a 16-byte boundary.
+// Sequences of every length, mostly good with a broken one now and then, at every offset
+// from a 16-byte boundary.
 std::string awkwardUtf8(size_t size) {
-    const char* const pieces[] = {"\xc3\xa9",     "\xe2\x80\x94",     "\xf0\x9f\x93\xa1",
-                                  "\xe9",         "\xc0\xaf",         "\xe0\x80\x80",
-                                  "\xed\xa0\x80", "\xef\xbf\xbe",     "\xf4\x90\x80\x80",
-                                  "\x80\xbf",     "\xe2\x80",         "\xc3<",
-                                  "&\"'\n\t\x01", "\xf4\x8f\xbf\xbf", "\xee\x80\x80"};
+    const char* const good[] = {"\xc3\xa9",         "\xe2\x80\x94",     "\xf0\x9f\x93\xa1",
+                                "\xee\x80\x80",     "\xf4\x8f\xbf\xbf", "\xe0\xa0\x80",
+                                "\xf0\x90\x80\x80", "\xed\x9f\xbf",     "\xef\xbf\xbd",
+                                "\xc2\x80",         "&\"'\n\t\x01"};
+    const char* const bad[] = {
+        "\xe9",         "\xc0\xaf",         "\xe0\x80\x80",     "\xed\xa0\x80",
+        "\xef\xbf\xbe", "\xf4\x90\x80\x80", "\x80\xbf",         "\xe2\x80",
+        "\xc3<",        "\xf0\x80\x80\x80", "\xf5\x80\x80\x80", "\xc1\xbf",
+        "\xff",         "\xef\xbf\xbf",     "\xf0\x9f\x93"};
     std::string s;
     for (size_t i = 0; s.size() < size; ++i) {
         s.append(i % 17, 'a');
-        s += pieces[i % (sizeof pieces / sizeof pieces[0])];
+        s += good[i % (sizeof good / sizeof good[0])];
+        if (i % 5 == 0) s += bad[(i / 5) % (sizeof bad / sizeof bad[0])];
     }
     return s;
 }
