@@ -218,9 +218,13 @@ void XElem::setName(const char* name) {
 // point into the text it replaces.
 void XElem::storeNames(const char* name) {
     if (name == nullptr) name = "";
+    storeNames(name, std::strlen(name));
+}
+
+void XElem::storeNames(const char* name, size_t length) {
     const char* p = prefix();
     size_t lead = p != nullptr ? std::strlen(p) + 1 : 0;  // the prefix and its colon
-    size_t size = lead + std::strlen(name) + 1;
+    size_t size = lead + length + 1;
     char* old = qname_;
     char* target = nameInline_;
     if (size > kInline) {

@@ -712,7 +712,7 @@ bool XParser::readStartTag(int first) {
         --depth_;
         return false;
     }
-    e->setName(name_);
+    e->storeNames(name_, static_cast<size_t>(nameLen_));  // the length is known here
     bool prefixed = hasPrefix_;
     // The prefix is kept aside: attribute names overwrite the scratch buffers.
     char prefixCopy[kScratch];
