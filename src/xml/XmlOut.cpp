@@ -62,7 +62,7 @@ void XmlOut::putLong(const char* s, size_t n) {
     n_ = static_cast<int>(n);
 }
 
-void XmlOut::spaces(int n) {
+void XmlOut::manySpaces(int n) {
     while (n > 0) {
         if (n_ == cap_) flush();
         int room = cap_ - n_;

@@ -56,7 +56,18 @@ public:
     void put(const char* s) {
         if (s != nullptr) put(s, std::strlen(s));
     }
-    void spaces(int n);
+    void spaces(int n) {
+        // The usual indentation, a few spaces, as two fixed-size stores; what they write
+        // past the spaces lies beyond the gathered bytes and is overwritten next.
+        if (n <= 16 && cap_ - n_ >= 16) {
+            static const char kSpaces[16] = {' ', ' ', ' ', ' ', ' ', ' ', ' ', ' ',
+                                             ' ', ' ', ' ', ' ', ' ', ' ', ' ', ' '};
+            std::memcpy(buf_ + n_, kSpaces, 16);
+            if (n > 0) n_ += n;
+            return;
+        }
+        manySpaces(n);
+    }
     // `n` bytes escaped as XWriter::safe(char, escapeWhitespace) writes each one (in the
     // writer's UTF-8 mode, well-formed UTF-8 sequences as they are).
     void escaped(const char* s, size_t n, bool escapeWhitespace);
@@ -76,6 +87,7 @@ private:
     XmlOut(const XmlOut&) = delete;
     XmlOut& operator=(const XmlOut&) = delete;
     void putLong(const char* s, size_t n);
+    void manySpaces(int n);
     void escape(unsigned char c);
     // Names, values and markup are mostly a few bytes: those are copied with fixed-size
     // moves (two overlapping ones) rather than a call into the library's memcpy.
