@@ -1,6 +1,8 @@
-// The XML parser on any bytes: every event is read (and must be the same whether the
-// parser scans the reader's buffer or gets one byte per call), the trees it builds are written with
-// the writer and parsed again, and the second tree must match the first. Texts are
+// The XML parser on any bytes, in the default (ASCII) mode and in the UTF-8 mode: every
+// event is read (and must be the same whether the parser scans the reader's buffer or gets
+// one byte per call), the trees it builds are written with the writer and parsed again,
+// and the second tree must match the first. In the UTF-8 mode the writer's escaping of the
+// bytes must also match a byte-by-byte reference, and what it writes be well-formed UTF-8. Texts are
 // compared with white space removed and neighbouring texts joined, since the writer lays
 // mixed content out on lines of its own; the namespace of an unprefixed element is not
 // compared, since a prefix the document never declared is lost in the tree.
@@ -10,6 +12,7 @@
 #include <velmora/xml/XParser.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -101,8 +104,9 @@ private:
 };
 
 // The events with what they show and where the parser stands after each.
-std::string trace(CharReader* in) {
+std::string trace(CharReader* in, bool utf8) {
     XParser p(in);
+    p.setUtf8(utf8);
     std::string out;
     for (int e = p.next();; e = p.next()) {
         out += std::to_string(e) + "," + std::to_string(p.getLine()) + "," +
@@ -125,15 +129,87 @@ std::string trace(CharReader* in) {
     }
 }
 
-}  // namespace
+// The length of the shortest-form UTF-8 sequence of a character other than U+FFFE and
+// U+FFFF at `s`, by decoding it, else 0.
+size_t character(const unsigned char* s, size_t left) {
+    size_t len = s[0] >= 0xF8 ? 0 : s[0] >= 0xF0 ? 4 : s[0] >= 0xE0 ? 3 : s[0] >= 0xC0 ? 2 : 0;
+    if (len == 0 || len > left) return 0;
+    unsigned cp = s[0] & (0x7F >> len);
+    for (size_t k = 1; k < len; ++k) {
+        if ((s[k] & 0xC0) != 0x80) return 0;
+        cp = cp << 6 | (s[k] & 0x3F);
+    }
+    const unsigned least[] = {0, 0, 0x80, 0x800, 0x10000};
+    bool ok = cp >= least[len] && cp <= 0x10FFFF && (cp < 0xD800 || cp > 0xDFFF) && cp != 0xFFFE &&
+              cp != 0xFFFF;
+    return ok ? len : 0;
+}
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size > 1 << 20) return 0;
-    const char* text = reinterpret_cast<const char*>(data);
+// The UTF-8 mode's escaping, one byte or sequence at a time.
+std::string reference(const char* text, size_t n, bool escapeWhitespace) {
+    const auto* s = reinterpret_cast<const unsigned char*>(text);
+    std::string out;
+    for (size_t i = 0; i < n;) {
+        unsigned char c = s[i];
+        size_t len = c >= 0x80 ? character(s + i, n - i) : 0;
+        if (len > 0) {
+            out.append(text + i, len);
+            i += len;
+            continue;
+        }
+        ++i;
+        bool white = c == '\n' || c == '\r' || c == '\t';
+        if (c == '<') {
+            out += "&lt;";
+        } else if (c == '>') {
+            out += "&gt;";
+        } else if (c == '&') {
+            out += "&amp;";
+        } else if (c < 32 || c > 126 || c == '"' || c == '\'') {
+            if (white && !escapeWhitespace) {
+                out += static_cast<char>(c);
+            } else {
+                char ref[8];
+                std::snprintf(ref, sizeof ref, "&#x%x;", c);
+                out += ref;
+            }
+        } else {
+            out += static_cast<char>(c);
+        }
+    }
+    return out;
+}
+
+bool wellFormedUtf8(const char* text, size_t n) {
+    const auto* s = reinterpret_cast<const unsigned char*>(text);
+    for (size_t i = 0; i < n;) {
+        if (s[i] < 0x80) {
+            ++i;
+            continue;
+        }
+        size_t len = character(s + i, n - i);
+        if (len == 0) return false;
+        i += len;
+    }
+    return true;
+}
+
+void check(const char* text, size_t size, bool utf8) {
     const int n = static_cast<int>(size);
+    if (utf8) {
+        for (bool white : {false, true}) {
+            BufferedXWriter out;
+            out.setUtf8(true);
+            out.safe(text, n, white);
+            std::string written(out.getString(), out.getLength());
+            if (written != reference(text, size, white)) std::abort();
+            if (!wellFormedUtf8(written.data(), written.size())) std::abort();
+        }
+    }
     {
         StringReader in(text, n);
         XParser p(&in);
+        p.setUtf8(utf8);
         for (int e = p.next(); e != -1; e = p.next()) {
             if (e == 1 || e == 2) {
                 if (p.elem() == nullptr && e == 1) std::abort();
@@ -145,10 +221,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     {
         StringReader buffered(text, n);
         ByteReader bytes(text, size);
-        if (trace(&buffered) != trace(&bytes)) std::abort();
+        if (trace(&buffered, utf8) != trace(&bytes, utf8)) std::abort();
     }
     StringReader in(text, n);
     XParser p(&in);
+    p.setUtf8(utf8);
     for (int round = 0; round < 8; ++round) {
         // A tree parsed inside open elements may use their namespace declarations, which
         // it does not carry; only trees read from the top level must come back the same.
@@ -156,11 +233,23 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         std::unique_ptr<XElem> first(p.parse(false));
         if (first == nullptr) break;
         BufferedXWriter out;
+        out.setUtf8(utf8);
         first->write(&out, 0);
+        if (utf8 && !wellFormedUtf8(out.getString(), out.getLength())) std::abort();
         StringReader again(out.getString(), static_cast<int>(out.getLength()));
         XParser q(&again);
+        q.setUtf8(utf8);
         std::unique_ptr<XElem> second(q.parse(true));
         if (second == nullptr || (topLevel && !sameTree(first.get(), second.get()))) std::abort();
     }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size > 1 << 20) return 0;
+    const char* text = reinterpret_cast<const char*>(data);
+    check(text, size, false);
+    check(text, size, true);
     return 0;
 }

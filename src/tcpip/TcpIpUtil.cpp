@@ -30,6 +30,19 @@ const char* boolText(bool b) {
     return b ? "true" : "false";
 }
 
+// Settings documents are UTF-8 both ways: names and descriptions go out as they are when
+// they are well-formed UTF-8, and a document saved by a UTF-8 editor reads whole. The
+// writer's own mode is put back afterwards.
+class Utf8Output {
+public:
+    explicit Utf8Output(XWriter* out) : out_(out), was_(out->isUtf8()) { out->setUtf8(true); }
+    ~Utf8Output() { out_->setUtf8(was_); }
+
+private:
+    XWriter* out_;
+    bool was_;
+};
+
 void report(ErrorHandler* err, const char* key, const char* text) {
     if (err == nullptr) return;
     MessageBundle bundle("platform", key, text);
@@ -159,6 +172,7 @@ XElem* parseText(char* text, ErrorHandler* err) {
         // The length form reads every byte: the one-argument reader would drop the last.
         StringReader in(text, static_cast<int>(std::strlen(text)));
         XParser parser(&in);
+        parser.setUtf8(true);
         root = parser.parse(true);
     }
     if (root == nullptr) {
@@ -171,6 +185,7 @@ XElem* parseText(char* text, ErrorHandler* err) {
 }  // namespace
 
 void TcpIpUtil::getHostSettingsXml(TcpIpHostSettings* host, XWriter* out, ErrorHandler* err) {
+    Utf8Output utf8(out);
     int count = 0;
     TcpIpAdapterSettings** adapters = host->getAllAdapterSettings(err, &count);
     char value[kValueSize];
@@ -216,6 +231,7 @@ void TcpIpUtil::getHostSettingsXml(TcpIpHostSettings* host, XWriter* out, ErrorH
 
 void TcpIpUtil::getAdapterSettingsXml(TcpIpAdapterSettings* a, bool adapterLevel, XWriter* out,
                                       ErrorHandler* err) {
+    Utf8Output utf8(out);
     char value[kValueSize];
     a->getId(err, value, kValueSize);
     out->w("<adapter ")->attr("id", value);

@@ -60,7 +60,8 @@ int StringWriter::write(const char* buf, int len) {
         PlatformUtil::unlockMutex(&mutex_);
         return len;
     }
-    uint64_t needed = static_cast<uint64_t>(length_) + static_cast<uint32_t>(len);
+    const uint32_t length = length_.load(std::memory_order_relaxed);
+    uint64_t needed = static_cast<uint64_t>(length) + static_cast<uint32_t>(len);
     if (needed >= capacity_) {
         // One increment per call, and already when the text would exactly fill the buffer,
         // so a zero always follows it; a longer write takes as many increments as it needs.
@@ -76,11 +77,11 @@ int StringWriter::write(const char* buf, int len) {
         capacity_ = static_cast<uint32_t>(grown);
     }
     if (len == 1) {
-        buffer_[length_] = *buf;
+        buffer_[length] = *buf;
     } else {
-        std::memcpy(buffer_ + length_, buf, static_cast<size_t>(len));
+        std::memcpy(buffer_ + length, buf, static_cast<size_t>(len));
     }
-    length_ += static_cast<uint32_t>(len);
+    length_.store(length + static_cast<uint32_t>(len), std::memory_order_release);
     PlatformUtil::unlockMutex(&mutex_);
     return len;
 }
@@ -117,15 +118,8 @@ void StringWriter::close() {
 void StringWriter::clear() {
     // Kept without the lock: callers clear between uses, not while others write. Only
     // the text needs zeroing: every byte after it is zero already.
-    if (buffer_ != nullptr) std::memset(buffer_, 0, length_);
-    length_ = 0;
-}
-
-int StringWriter::getLength() {
-    PlatformUtil::lockMutex(&mutex_);
-    int n = static_cast<int>(length_);
-    PlatformUtil::unlockMutex(&mutex_);
-    return n;
+    if (buffer_ != nullptr) std::memset(buffer_, 0, length_.load(std::memory_order_relaxed));
+    length_.store(0, std::memory_order_release);
 }
 
 void StringWriter::lock() {

@@ -218,9 +218,13 @@ void XElem::setName(const char* name) {
 // point into the text it replaces.
 void XElem::storeNames(const char* name) {
     if (name == nullptr) name = "";
+    storeNames(name, std::strlen(name));
+}
+
+void XElem::storeNames(const char* name, size_t length) {
     const char* p = prefix();
     size_t lead = p != nullptr ? std::strlen(p) + 1 : 0;  // the prefix and its colon
-    size_t size = lead + std::strlen(name) + 1;
+    size_t size = lead + length + 1;
     char* old = qname_;
     char* target = nameInline_;
     if (size > kInline) {
@@ -254,17 +258,20 @@ const char* XElem::uri() const {
 
 void XElem::setNs(const XNs* ns) {
     // The same namespace again (as the parser sets it on every start tag) keeps the copy
-    // already held instead of making a new one.
+    // already held instead of making a new one; the names change only with the prefix.
+    bool hadPrefix = prefix() != nullptr;
     bool same = ns != nullptr && ns_ != nullptr && ns != ns_ &&
                 sameText(ns->getPrefix(), ns_->getPrefix()) &&
                 sameText(ns->getUri(), ns_->getUri());
     if (same) {
         ns_->setDeclarer(ns->getDeclarer());
-    } else if (ns != ns_) {
+        return;
+    }
+    if (ns != ns_) {
         delete ns_;
         ns_ = copyNs(ns);
     }
-    storeNames(name_);
+    if (hadPrefix || prefix() != nullptr) storeNames(name_);
 }
 
 XNs* XElem::findNs(const char* uri) const {
@@ -693,12 +700,12 @@ XElemList* XElem::elems(const XNs* ns, const char* name) const {
 
 void XElem::write(XWriter* out, int indent) const {
     if (out == nullptr) return;
-    // A tree goes out in blocks of 64 KB (the run's own 8 KB without the memory).
+    // A tree goes out in blocks of 64 KB (the run's own 8 KB without the memory), or in
+    // the writer's own block when it has one.
     const int kBlock = 64 * 1024;
-    char* block = static_cast<char*>(std::malloc(kBlock));
+    char* block = xml::XmlOut::gathers(out) ? nullptr : static_cast<char*>(std::malloc(kBlock));
     if (block == nullptr) {
-        xml::XmlOut run(out);
-        writeTo(run, indent);
+        xml::withRun(out, [this, indent](xml::XmlOut& run) { writeTo(run, indent); });
         return;
     }
     {
@@ -709,16 +716,11 @@ void XElem::write(XWriter* out, int indent) const {
 }
 
 void XElem::writeTo(xml::XmlOut& out, int indent) const {
-    const char* p = prefix();
-    size_t prefixLen = p != nullptr ? std::strlen(p) : 0;
-    size_t nameLen = std::strlen(name_);
+    // The qualified name is "prefix:name" exactly when the element has a prefix to show.
+    size_t qnameLen = static_cast<size_t>(name_ - qname_) + std::strlen(name_);
     out.spaces(indent);
     out.put('<');
-    if (p != nullptr) {
-        out.put(p, prefixLen);
-        out.put(':');
-    }
-    out.put(name_, nameLen);
+    out.put(qname_, qnameLen);
     for (Attr* a = attrs_; a != nullptr; a = a->next) {
         out.put(' ');
         // An attribute namespace without a prefix is written as no prefix.
@@ -726,7 +728,12 @@ void XElem::writeTo(xml::XmlOut& out, int indent) const {
             out.put(a->ns->getPrefix());
             out.put(':');
         }
-        out.put(a->name);
+        // A name kept in the node's own block is followed there by its value.
+        if (a->inBlock(a->name) && a->inBlock(a->value) && a->value > a->name) {
+            out.put(a->name, static_cast<size_t>(a->value - a->name - 1));
+        } else {
+            out.put(a->name);
+        }
         out.put("=\"", 2);
         out.escaped(a->value);
         out.put('"');
@@ -752,11 +759,7 @@ void XElem::writeTo(xml::XmlOut& out, int indent) const {
         out.spaces(indent);
     }
     out.put("</", 2);
-    if (p != nullptr) {
-        out.put(p, prefixLen);
-        out.put(':');
-    }
-    out.put(name_, nameLen);
+    out.put(qname_, qnameLen);
     out.put(">\n", 2);
 }
 

@@ -3,17 +3,67 @@
 #include <cstdlib>
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include <velmora/text/FileReader.h>
 #include <velmora/text/StringReader.h>
 
 #include "xml/NodePool.h"
 #include "xml/XmlTables.h"
+#include "xml/XmlUtf8.h"
 
 namespace velmora {
 
 namespace {
 
 const int kScratch = 128;
+
+// The bytes at which a run of characters that stand for themselves ends: the markup and
+// reference characters, CR and LF (they count lines), and every byte above 127.
+struct Stops {
+    unsigned char c[6];
+    bool stop[256];
+    constexpr Stops(unsigned char a, unsigned char b, unsigned char d, unsigned char e,
+                    unsigned char f, unsigned char g)
+        : c{a, b, d, e, f, g}, stop() {
+        for (int i = 128; i < 256; ++i)
+            stop[i] = true;
+        stop[a] = stop[b] = stop[d] = stop[e] = stop[f] = stop[g] = true;
+    }
+};
+
+constexpr Stops kTextStops('<', '>', '&', '\r', '\n', '<');
+constexpr Stops kDoubleQuotedStops('"', '<', '>', '&', '\r', '\n');
+constexpr Stops kSingleQuotedStops('\'', '<', '>', '&', '\r', '\n');
+
+// The first stop from `p` on, or `end`: sixteen bytes at a time where the processor has
+// the instructions for it, as memchr does for one byte.
+inline const unsigned char* findStop(const unsigned char* p, const unsigned char* end,
+                                     const Stops& st) {
+#if defined(__SSE2__)
+    const __m128i c0 = _mm_set1_epi8(static_cast<char>(st.c[0]));
+    const __m128i c1 = _mm_set1_epi8(static_cast<char>(st.c[1]));
+    const __m128i c2 = _mm_set1_epi8(static_cast<char>(st.c[2]));
+    const __m128i c3 = _mm_set1_epi8(static_cast<char>(st.c[3]));
+    const __m128i c4 = _mm_set1_epi8(static_cast<char>(st.c[4]));
+    const __m128i c5 = _mm_set1_epi8(static_cast<char>(st.c[5]));
+    while (end - p >= 16) {
+        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        __m128i hit = _mm_or_si128(_mm_cmpeq_epi8(v, c0), _mm_cmpeq_epi8(v, c1));
+        hit = _mm_or_si128(hit, _mm_or_si128(_mm_cmpeq_epi8(v, c2), _mm_cmpeq_epi8(v, c3)));
+        hit = _mm_or_si128(hit, _mm_or_si128(_mm_cmpeq_epi8(v, c4), _mm_cmpeq_epi8(v, c5)));
+        // The high bit of each byte marks the bytes above 127.
+        int mask = _mm_movemask_epi8(hit) | _mm_movemask_epi8(v);
+        if (mask != 0) return p + __builtin_ctz(static_cast<unsigned>(mask));
+        p += 16;
+    }
+#endif
+    while (p < end && !st.stop[*p])
+        ++p;
+    return p;
+}
 
 char* newScratch() {
     return static_cast<char*>(std::malloc(kScratch));
@@ -66,13 +116,9 @@ XParser::~XParser() {
 
 // --- reading
 
-// The reader's next value as the reader itself gives it (StringReader 0-255, FileReader
-// signed bytes), or -1 at the end.
+// The reader's next byte (0-255), or -1 at the end.
 inline int XParser::fetch() {
-    if (cur_ < end_) {
-        unsigned char b = *cur_++;
-        return fileReader_ != nullptr ? static_cast<signed char>(b) : b;
-    }
+    if (cur_ < end_) return *cur_++;
     return refill();
 }
 
@@ -85,7 +131,10 @@ int XParser::refill() {
     } else if (fileReader_ != nullptr) {
         p = fileReader_->peekBuffered(&count);
     } else {
-        return reader_ != nullptr ? reader_->getChar() : -1;
+        // Readers give bytes as 0-255 or as signed values; -1 is the end either way (the
+        // byte 255 it may also stand for is no text in either mode).
+        int c = reader_ != nullptr ? reader_->getChar() : -1;
+        return c == -1 ? -1 : c & 0xFF;
     }
     if (p == nullptr || count <= 0) return -1;
     windowStart_ = cur_ = reinterpret_cast<const unsigned char*>(p);
@@ -106,8 +155,28 @@ void XParser::sync() {
     cur_ = end_ = windowStart_ = nullptr;
 }
 
+// In the UTF-8 mode, whether byte `c` (above 127) continues well-formed UTF-8: a lead
+// byte opens a sequence, a continuation byte must be one that is due.
+bool XParser::acceptUtf8(int c) {
+    if (!utf8_ || c > 255) return false;
+    auto b = static_cast<unsigned char>(c);
+    if (utf8Need_ == 0) {
+        utf8Need_ = xml::utf8Lead(b, &utf8Lo_, &utf8Hi_);
+        utf8Lead_ = b;
+        return utf8Need_ > 0;
+    }
+    if (b < utf8Lo_ || b > utf8Hi_) return false;
+    --utf8Need_;
+    utf8Lo_ = 0x80;
+    // After EF BF only up to BD: EF BF BE and EF BF BF are U+FFFE and U+FFFF.
+    utf8Hi_ = utf8Need_ == 1 && xml::utf8NonCharacter(utf8Lead_, b, 0xBE) ? 0xBD : 0xBF;
+    return true;
+}
+
 // One character of the document: CR LF and a lone CR become one line feed, and a byte
-// above 127 ends the input (the parser reads ASCII only, on purpose). The character read
+// above 127 ends the input (the parser reads ASCII only, on purpose; in the UTF-8 mode,
+// a byte that breaks well-formed UTF-8 does, and an ASCII byte where a continuation byte
+// is due). The character read
 // after a CR to look for its LF is kept raw and goes through these rules in turn, so that
 // CR CR is two line feeds and never leaves a CR in the text.
 inline int XParser::readChar() {
@@ -124,7 +193,7 @@ inline int XParser::readChar() {
     } else {
         c = fetch();
     }
-    if (c < 0 || c > 127) {
+    if (c < 0 || (c > 127 && !acceptUtf8(c)) || (c <= 127 && utf8Need_ > 0)) {
         stopped_ = true;
         return -1;
     }
@@ -143,6 +212,14 @@ inline int XParser::readChar() {
     return c;
 }
 
+// After a character taken and dropped: in the UTF-8 mode, when it began a sequence, the
+// rest of the sequence goes with it, so that no text starts with continuation bytes.
+void XParser::finishChar(int c) {
+    if (!utf8_ || c < 0xC0) return;
+    while (utf8Need_ > 0 && readChar() >= 0) {
+    }
+}
+
 // Inside character references the reader is read straight, counting columns only.
 int XParser::readRaw() {
     if (stopped_) return -1;
@@ -159,7 +236,7 @@ bool XParser::skipWhitespace() {
     bool skipped = false;
     // Blanks, tabs and line feeds straight from the reader's buffer; a carriage return,
     // a stop or the end of the buffer goes the general way.
-    if (pushback_ < 0 && lookahead_ < 0 && !stopped_) {
+    if (direct()) {
         const unsigned char* p = cur_;
         for (; p < end_; ++p) {
             if (*p == ' ' || *p == '\t') {
@@ -228,8 +305,7 @@ inline void XParser::appendRun(char** buf, int* len, int* cap, const unsigned ch
 // character after it is pushed back. Returns its length.
 int XParser::readPlainName(int c, char** buf, int* cap) {
     int len = 0;
-    if (c >= 0 && (classes_[c] & xml::kNameChar) != 0 && pushback_ < 0 && lookahead_ < 0 &&
-        !stopped_) {
+    if (c >= 0 && (classes_[c] & xml::kNameChar) != 0 && direct()) {
         // The whole name in the reader's buffer: name characters are plain ASCII that
         // only move the column on, and the character after the name is read and handed
         // back as readChar() and pushBack() would, when it is plain too.
@@ -254,7 +330,7 @@ int XParser::readPlainName(int c, char** buf, int* cap) {
     while (c >= 0 && (classes_[c] & xml::kNameChar) != 0) {
         append(buf, &len, cap, c);
         // The rest of the name straight from the reader's buffer.
-        if (pushback_ < 0 && lookahead_ < 0 && !stopped_) {
+        if (direct()) {
             const unsigned char* p = cur_;
             while (p < end_ && (classes_[*p] & xml::kNameChar) != 0)
                 ++p;
@@ -306,15 +382,33 @@ bool XParser::readQName(int c) {
 
 // --- entity and character references
 
+// What follows "&", "<" or ">" in text or a value: the byte (in the UTF-8 mode, the
+// character) it stands for. What names nothing known reads as the byte 255, in the UTF-8
+// mode as U+FFFD, the replacement character.
 int XParser::decode(int c) {
-    if (c == '<' || c == '>') return 255;
+    if (c == '<' || c == '>') return utf8_ ? 0xFFFD : 255;
     if (c != '&') return c;
     int d = readChar();
     if (d == '#') return decodeReference();
     return decodeEntity(d);
 }
 
-// "&#65;" or "&#x41;": digits up to ";", the value cut to one byte (no UTF-8).
+// A decoded character: one byte, or in the UTF-8 mode the UTF-8 of what lies above 127.
+void XParser::appendDecoded(int c) {
+    if (!utf8_ || c < 0x80) {
+        append(&buf_, &bufLen_, &bufCap_, c);
+        return;
+    }
+    char bytes[4];
+    int n = xml::utf8Encode(static_cast<unsigned>(c), bytes);
+    for (int i = 0; i < n; ++i)
+        append(&buf_, &bufLen_, &bufCap_, static_cast<unsigned char>(bytes[i]));
+}
+
+// "&#65;" or "&#x41;": digits up to ";", the value cut to one byte (no UTF-8). In the
+// UTF-8 mode the character itself, or U+FFFD when the value names no character (a
+// surrogate, U+FFFE, U+FFFF, beyond U+10FFFF). Zero stays the byte zero, as the writer
+// writes that byte so, in either mode.
 int XParser::decodeReference() {
     int c = readRaw();
     unsigned base = 10;
@@ -337,12 +431,18 @@ int XParser::decodeReference() {
             digit = static_cast<unsigned>(c) & 0xFFu;
         }
         value = value * base + digit;
+        if (utf8_ && value > 0x10FFFF) value = 0x110000;  // stays out of range
         c = readRaw();
     }
-    return static_cast<int>(value & 0xFFu);
+    if (!utf8_) return static_cast<int>(value & 0xFFu);
+    if (value > 0x10FFFF || (value >= 0xD800 && value <= 0xDFFF) || value == 0xFFFE ||
+        value == 0xFFFF)
+        return 0xFFFD;
+    return static_cast<int>(value);
 }
 
-// "&name;" read up to ";" or the end: the five predefined entities, else the byte 255.
+// "&name;" read up to ";" or the end: the five predefined entities, else the byte 255
+// (U+FFFD in the UTF-8 mode).
 int XParser::decodeEntity(int first) {
     char name[5];
     int len = 0;
@@ -355,12 +455,21 @@ int XParser::decodeEntity(int first) {
     if (len == 3 && std::memcmp(name, "amp", 3) == 0) return '&';
     if (len == 4 && std::memcmp(name, "quot", 4) == 0) return '"';
     if (len == 4 && std::memcmp(name, "apos", 4) == 0) return '\'';
-    return 255;
+    return utf8_ ? 0xFFFD : 255;
 }
 
 // --- text and skipped markup
 
+// A text event leaves its characters in the scratch buffer; they are copied into the
+// parser's XText when text() asks for them, so that a scan that never looks at the texts
+// does not copy them (nor take the text's lock).
 void XParser::setText(bool cdata) {
+    textPending_ = true;
+    textCdata_ = cdata;
+}
+
+void XParser::fillText() const {
+    textPending_ = false;
     StringWriter* b = text_->getBuffer();
     if (b->getCapacity() > 65536 && bufLen_ < 4096) {
         // After one huge text, a fresh buffer keeps clearing cheap.
@@ -370,7 +479,7 @@ void XParser::setText(bool cdata) {
     }
     b->clear();
     b->write(buf_, bufLen_);
-    text_->setCDATA(cdata);
+    text_->setCDATA(textCdata_);
 }
 
 // Text beginning with `first`, up to the next "<". True when it holds something other than
@@ -378,15 +487,24 @@ void XParser::setText(bool cdata) {
 bool XParser::readText(int first) {
     bufLen_ = 0;
     bool nonBlank = (classes_[first] & xml::kSpaceChar) == 0;
-    append(&buf_, &bufLen_, &bufCap_, decode(first));
+    if (first == '&' || first == '>') {
+        appendDecoded(decode(first));
+    } else {
+        append(&buf_, &bufLen_, &bufCap_, first);
+    }
     for (;;) {
-        // Plain characters straight from the reader's buffer.
-        if (pushback_ < 0 && lookahead_ < 0 && !stopped_) {
+        // Characters that stand for themselves straight from the reader's buffer, up to
+        // the next byte that needs a look (line feeds are counted on the way).
+        if (direct()) {
             const unsigned char* p = cur_;
             const unsigned char* start = p;
-            while (p < end_) {
-                unsigned char b = *p;
-                if (b == '\n') {
+            for (;;) {
+                const unsigned char* stop = findStop(p, end_, kTextStops);
+                for (; !nonBlank && p < stop; ++p)
+                    nonBlank = *p != ' ' && *p != '\t';
+                p = stop;
+                if (p == end_) break;
+                if (*p == '\n') {
                     // A line feed ends a line: the run before it counts its columns.
                     appendRun(&buf_, &bufLen_, &bufCap_, start, static_cast<int>(p - start));
                     append(&buf_, &bufLen_, &bufCap_, '\n');
@@ -395,9 +513,15 @@ bool XParser::readText(int first) {
                     start = cur_ = ++p;
                     continue;
                 }
-                if (b > 127 || b == '<' || b == '>' || b == '&' || b == '\r') break;
-                if ((classes_[b] & xml::kSpaceChar) == 0) nonBlank = true;
-                ++p;
+                if (*p > 127 && utf8_) {
+                    int k = xml::utf8Sequence(p, end_);
+                    if (k > 0) {
+                        p += k;
+                        nonBlank = true;
+                        continue;
+                    }
+                }
+                break;
             }
             appendRun(&buf_, &bufLen_, &bufCap_, start, static_cast<int>(p - start));
         }
@@ -409,7 +533,11 @@ bool XParser::readText(int first) {
         }
         if (c == '>') return false;
         if ((classes_[c] & xml::kSpaceChar) == 0) nonBlank = true;
-        append(&buf_, &bufLen_, &bufCap_, decode(c));
+        if (c == '&') {
+            appendDecoded(decode(c));
+        } else {
+            append(&buf_, &bufLen_, &bufCap_, c);
+        }
     }
     if (!nonBlank) return false;
     setText(false);
@@ -441,7 +569,7 @@ void XParser::skipComment() {
         if (c != '-') {
             dashes = 0;
         } else if (++dashes == 2) {
-            readChar();
+            finishChar(readChar());
             return;
         }
     }
@@ -450,7 +578,11 @@ void XParser::skipComment() {
 // The characters of `expected` as long as they match; the first mismatch is consumed too.
 void XParser::consume(const char* expected) {
     for (; *expected != '\0'; ++expected) {
-        if (readChar() != *expected) return;
+        int c = readChar();
+        if (c != *expected) {
+            finishChar(c);
+            return;
+        }
     }
 }
 
@@ -518,20 +650,25 @@ void XParser::readAttribute(int first, int level) {
     bufLen_ = 0;
     for (;;) {
         // Characters that stand for themselves straight from the reader's buffer.
-        if (pushback_ < 0 && lookahead_ < 0 && !stopped_) {
+        if (direct()) {
+            const Stops& stops = quote == '"' ? kDoubleQuotedStops : kSingleQuotedStops;
             const unsigned char* p = cur_;
-            while (p < end_) {
-                unsigned char b = *p;
-                if (b > 127 || b == quote || b == '&' || b == '<' || b == '>' || b == '\r' ||
-                    b == '\n')
-                    break;
-                ++p;
+            for (;;) {
+                p = findStop(p, end_, stops);
+                if (p == end_ || *p < 128 || !utf8_) break;
+                int k = xml::utf8Sequence(p, end_);
+                if (k == 0) break;
+                p += k;
             }
             appendRun(&buf_, &bufLen_, &bufCap_, cur_, static_cast<int>(p - cur_));
         }
         c = readChar();
         if (c < 0 || c == quote) break;
-        append(&buf_, &bufLen_, &bufCap_, decode(c));
+        if (c == '&' || c == '<' || c == '>') {
+            appendDecoded(decode(c));
+        } else {
+            append(&buf_, &bufLen_, &bufCap_, c);
+        }
     }
     if (bufCap_ == 0) return;
     buf_[bufLen_] = '\0';
@@ -575,7 +712,7 @@ bool XParser::readStartTag(int first) {
         --depth_;
         return false;
     }
-    e->setName(name_);
+    e->storeNames(name_, static_cast<size_t>(nameLen_));  // the length is known here
     bool prefixed = hasPrefix_;
     // The prefix is kept aside: attribute names overwrite the scratch buffers.
     char prefixCopy[kScratch];
@@ -590,7 +727,12 @@ bool XParser::readStartTag(int first) {
         int c = readChar();
         if (c < 0 || c == '>') break;
         if (c == '/') {
-            if (readChar() == '>') emptyPending_ = true;
+            int d = readChar();
+            if (d == '>') {
+                emptyPending_ = true;
+            } else {
+                finishChar(d);
+            }
             break;
         }
         if (!spaced) {
@@ -620,7 +762,7 @@ void XParser::readEndTag() {
     if (!named || std::strcmp(name_, open->getName()) != 0 || !XNs::equals(ns, open->getNs()))
         return;
     skipWhitespace();
-    readChar();
+    finishChar(readChar());
 }
 
 void XParser::pop() {
@@ -683,7 +825,9 @@ int XParser::next() {
         if (c == '!') {
             c = readChar();
             if (c == '-') {
-                if (readChar() != '-') {
+                c = readChar();
+                if (c != '-') {
+                    finishChar(c);
                     event = MALFORMED;
                     break;
                 }
@@ -701,6 +845,7 @@ int XParser::next() {
                 skipDoctype();
                 continue;
             }
+            finishChar(c);
             event = MALFORMED;
             break;
         }
@@ -726,7 +871,9 @@ XElem* XParser::elem() const {
 }
 
 XText* XParser::text() const {
-    return type_ == TEXT ? text_ : nullptr;
+    if (type_ != TEXT) return nullptr;
+    if (textPending_) fillText();
+    return text_;
 }
 
 void XParser::skip(int depth) {
@@ -769,7 +916,7 @@ XElem* XParser::parseCurrent(bool close) {
         } else if (event == END) {
             if (--level >= 1) current = current->getParent();
         } else if (event == TEXT) {
-            current->addContent(text_->newCopy());
+            current->addContent(text()->newCopy());
         }
     }
     if (close) this->close();

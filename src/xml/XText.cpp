@@ -25,8 +25,10 @@ XContent* XText::newCopy() const {
 
 void XText::write(XWriter* out) const {
     if (out == nullptr) return;
-    xml::XmlOut run(out);
-    run.text(buffer_.getString(), static_cast<size_t>(buffer_.getLength()), cdata_);
+    const char* s = buffer_.getString();
+    size_t n = static_cast<size_t>(buffer_.getLength());
+    bool cdata = cdata_;
+    xml::withRun(out, [s, n, cdata](xml::XmlOut& run) { run.text(s, n, cdata); });
 }
 
 }  // namespace velmora

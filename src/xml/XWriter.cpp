@@ -20,14 +20,39 @@ XWriter::~XWriter() {
 }
 
 int XWriter::write(const char* buf, int n) {
-    return out_ != nullptr ? out_->write(buf, n) : 0;
+    if (block_ == nullptr || out_ == nullptr) return forward(buf, n);
+    if (buf == nullptr || n <= 0) return n;
+    xml::XmlOut run(this, nullptr, 0);
+    run.put(buf, static_cast<size_t>(n));
+    return n;
 }
 
 bool XWriter::write(char c) {
-    return out_ != nullptr && out_->write(c);
+    if (out_ == nullptr) return false;
+    if (block_ == nullptr) return out_->write(c);
+    if (blockLen_ == blockCap_) flushBlock();
+    block_[blockLen_++] = c;
+    return true;
+}
+
+void XWriter::setBlock(char* block, int cap) {
+    flushBlock();
+    block_ = block;
+    blockCap_ = block != nullptr ? cap : 0;
+}
+
+void XWriter::flushBlock() const {
+    if (blockLen_ > 0) forward(block_, blockLen_);
+    blockLen_ = 0;
+}
+
+CharWriter* XWriter::getCharWriter() const {
+    flushBlock();
+    return out_;
 }
 
 void XWriter::close() {
+    flushBlock();
     if (out_ != nullptr) {
         CharWriter* out = out_;
         out_ = nullptr;
@@ -50,23 +75,29 @@ XWriter* XWriter::w(int n) {
     return this;
 }
 
-XWriter* XWriter::w(char c) {
+XWriter* XWriter::putChar(char c) {
     write(c);
     return this;
 }
 
-XWriter* XWriter::w(const char* s) {
-    if (s != nullptr && *s != '\0') write(s, static_cast<int>(std::strlen(s)));
+XWriter* XWriter::putText(const char* s, size_t n) {
+    // Longer than an int counts only in a document of gigabytes: written in pieces.
+    while (n > 0) {
+        int piece = n > 0x40000000 ? 0x40000000 : static_cast<int>(n);
+        write(s, piece);
+        s += piece;
+        n -= static_cast<size_t>(piece);
+    }
     return this;
 }
 
-XWriter* XWriter::nl() {
-    write('\n');
-    return this;
-}
-
-XWriter* XWriter::indent(int n) {
+XWriter* XWriter::putSpaces(int n) {
     if (n <= 0) return this;
+    if (block_ != nullptr) {
+        xml::XmlOut run(this, nullptr, 0);
+        run.spaces(n);
+        return this;
+    }
     if (n <= xml::kIndentSpaces) {
         write(xml::indentSpaces(), n);
         return this;
@@ -89,11 +120,12 @@ XWriter* XWriter::prolog() {
 }
 
 XWriter* XWriter::attr(const char* name, const char* value) {
-    xml::XmlOut run(this);
-    run.put(name);
-    run.put("=\"", 2);
-    run.escaped(value);
-    run.put('"');
+    xml::withRun(this, [name, value](xml::XmlOut& run) {
+        run.put(name);
+        run.put("=\"", 2);
+        run.escaped(value);
+        run.put('"');
+    });
     return this;
 }
 
@@ -127,14 +159,15 @@ XWriter* XWriter::safe(const char* s, int n, bool escapeWhitespace) {
     if (s == nullptr || n <= 0) return this;
     // Runs of bytes that stand for themselves and the references between them go out
     // together, one write per block.
-    xml::XmlOut run(this);
-    run.escaped(s, static_cast<size_t>(n), escapeWhitespace);
+    xml::withRun(this, [s, n, escapeWhitespace](xml::XmlOut& run) {
+        run.escaped(s, static_cast<size_t>(n), escapeWhitespace);
+    });
     return this;
 }
 
 XWriter* XWriter::safe(char c, bool escapeWhitespace) {
-    xml::XmlOut run(this);
-    run.escaped(&c, 1, escapeWhitespace);
+    xml::withRun(this,
+                 [c, escapeWhitespace](xml::XmlOut& run) { run.escaped(&c, 1, escapeWhitespace); });
     return this;
 }
 

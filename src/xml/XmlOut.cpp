@@ -1,5 +1,16 @@
 #include "xml/XmlOut.h"
 
+#include <cstdint>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
+#include <tmmintrin.h>
+#endif
+#endif
+
+#include "xml/XmlUtf8.h"
+
 namespace velmora {
 namespace xml {
 
@@ -16,9 +27,20 @@ struct PlainTable {
 
 constexpr PlainTable kTable;
 
-const char kHex[] = "0123456789abcdef";
-
 }  // namespace
+
+void XmlOut::flush() {
+    if (n_ > 0) {
+        // The writer's own block goes to its target; a run's block to the writer, so
+        // that a writer that overrides write() sees everything written.
+        if (borrowed_) {
+            out_->forward(buf_, n_);
+        } else {
+            out_->write(buf_, n_);
+        }
+    }
+    n_ = 0;
+}
 
 void XmlOut::putLong(const char* s, size_t n) {
     flush();
@@ -26,7 +48,11 @@ void XmlOut::putLong(const char* s, size_t n) {
         // Too long for the block: straight through, in pieces an int can count.
         while (n > 0) {
             int piece = n > 0x40000000 ? 0x40000000 : static_cast<int>(n);
-            out_->write(s, piece);
+            if (borrowed_) {
+                out_->forward(s, piece);
+            } else {
+                out_->write(s, piece);
+            }
             s += piece;
             n -= static_cast<size_t>(piece);
         }
@@ -36,7 +62,7 @@ void XmlOut::putLong(const char* s, size_t n) {
     n_ = static_cast<int>(n);
 }
 
-void XmlOut::spaces(int n) {
+void XmlOut::manySpaces(int n) {
     while (n > 0) {
         if (n_ == cap_) flush();
         int room = cap_ - n_;
@@ -47,60 +73,380 @@ void XmlOut::spaces(int n) {
     }
 }
 
-// A byte that does not stand for itself: its named entity, or "&#x%x;" (lower-case
-// hexadecimal without leading zeros).
-void XmlOut::escape(unsigned char c) {
-    switch (c) {
-        case '<':
-            put("&lt;", 4);
-            return;
-        case '>':
-            put("&gt;", 4);
-            return;
-        case '&':
-            put("&amp;", 5);
-            return;
-        default:
-            break;
-    }
-    char ref[6] = {'&', '#', 'x'};
-    int len = 3;
-    if (c >= 16) ref[len++] = kHex[c >> 4];
-    ref[len++] = kHex[c & 15];
-    ref[len++] = ';';
-    put(ref, static_cast<size_t>(len));
-}
+namespace {
 
-void XmlOut::escaped(const char* s, size_t n, bool escapeWhitespace) {
-    const char* end = s + n;
-    while (s < end) {
-        const char* start = s;
-        while (s < end && kTable.plain[static_cast<unsigned char>(*s)])
-            ++s;
-        if (s > start) put(start, static_cast<size_t>(s - start));
-        if (s == end) return;
-        char c = *s++;
-        if (!escapeWhitespace && (c == '\n' || c == '\r' || c == '\t')) {
-            put(c);
-        } else {
-            escape(static_cast<unsigned char>(c));
+// What each byte that does not stand for itself is written as: its named entity, or
+// "&#x%x;" (lower-case hexadecimal without leading zeros); at most six bytes, kept in
+// eight so that one fixed-size move writes any of them.
+struct EscapeTable {
+    char text[256][8];
+    unsigned char length[256];
+    constexpr EscapeTable() : text(), length() {
+        const char hex[] = "0123456789abcdef";
+        for (int c = 0; c < 256; ++c) {
+            int n = 0;
+            text[c][n++] = '&';
+            text[c][n++] = '#';
+            text[c][n++] = 'x';
+            if (c >= 16) text[c][n++] = hex[c >> 4];
+            text[c][n++] = hex[c & 15];
+            text[c][n++] = ';';
+            length[c] = static_cast<unsigned char>(n);
+        }
+        const char* named[3][2] = {{"<", "&lt;"}, {">", "&gt;"}, {"&", "&amp;"}};
+        for (const auto& e : named) {
+            auto c = static_cast<unsigned char>(e[0][0]);
+            int n = 0;
+            for (const char* p = e[1]; *p != '\0'; ++p)
+                text[c][n++] = *p;
+            for (int i = n; i < 8; ++i)
+                text[c][i] = '\0';
+            length[c] = static_cast<unsigned char>(n);
         }
     }
+};
+
+constexpr EscapeTable kEscapes;
+
+}  // namespace
+
+void XmlOut::escape(unsigned char c) {
+    if (cap_ - n_ < 8) flush();
+    std::memcpy(buf_ + n_, kEscapes.text[c], 8);
+    n_ += kEscapes.length[c];
 }
 
-// The same in one pass over a zero-terminated text: the zero is no plain byte, so a run
-// stops at it as at any byte that needs a reference.
-void XmlOut::escaped(const char* s) {
-    if (s == nullptr) return;
-    for (;;) {
-        const char* start = s;
-        while (kTable.plain[static_cast<unsigned char>(*s)])
-            ++s;
-        if (s > start) put(start, static_cast<size_t>(s - start));
-        char c = *s++;
-        if (c == '\0') return;
-        escape(static_cast<unsigned char>(c));
+namespace {
+
+// For each lead byte: the length of its sequence (0: no lead byte) and the bounds of the
+// byte after it, from utf8Lead, in tables so that the check takes no branch per kind.
+struct LeadTable {
+    unsigned char length[256];
+    unsigned char lo[256];
+    unsigned char hi[256];
+    constexpr LeadTable() : length(), lo(), hi() {
+        for (int b = 0x80; b < 256; ++b) {
+            unsigned char l = 0x80;
+            unsigned char h = 0xBF;
+            int more = 0;
+            if (b >= 0xC2 && b <= 0xDF) more = 1;
+            if (b >= 0xE0 && b <= 0xEF) more = 2;
+            if (b >= 0xF0 && b <= 0xF4) more = 3;
+            if (b == 0xE0) l = 0xA0;
+            if (b == 0xED) h = 0x9F;
+            if (b == 0xF0) l = 0x90;
+            if (b == 0xF4) h = 0x8F;
+            length[b] = static_cast<unsigned char>(more > 0 ? more + 1 : 0);
+            lo[b] = l;
+            hi[b] = h;
+        }
     }
+};
+
+constexpr LeadTable kLeads;
+
+// The length of the well-formed UTF-8 sequence at `s` (a byte above 127) that may go
+// out as it is, else 0. U+FFFE and U+FFFF are no XML characters: their bytes become
+// references. With four bytes at hand it checks without a branch per byte or per kind.
+#if defined(_MSC_VER)
+__forceinline
+#else
+inline
+    __attribute__((always_inline))
+#endif
+    int
+    passThrough(const unsigned char* s, const unsigned char* end) {
+    int k;
+    if (end - s >= 4) {
+        static const uint32_t kContMask[5] = {0, 0, 0x0000C000u, 0x00C0C000u, 0xC0C0C000u};
+        static const uint32_t kContWant[5] = {1, 0, 0x00008000u, 0x00808000u, 0x80808000u};
+        k = kLeads.length[s[0]];
+        uint32_t w = static_cast<uint32_t>(s[0]) | static_cast<uint32_t>(s[1]) << 8 |
+                     static_cast<uint32_t>(s[2]) << 16 | static_cast<uint32_t>(s[3]) << 24;
+        // Length 0 never matches (want 1 under mask 0).
+        bool ok = ((w & kContMask[k]) == kContWant[k]) & (s[1] >= kLeads.lo[s[0]]) &
+                  (s[1] <= kLeads.hi[s[0]]);
+        // Bitwise, not short-circuit: one branch that is almost never taken.
+        ok &= !((k == 3) & (s[0] == 0xEF) & (s[1] == 0xBF) & (s[2] >= 0xBE));
+        return ok ? k : 0;
+    }
+    return utf8Sequence(s, end);
+}
+
+#if defined(__SSE2__)
+// The bits of the bytes of the 32 at `s` that satisfy `test`, as one mask.
+template <typename Test>
+inline uint32_t mask32(__m128i a, __m128i b, Test test) {
+    return static_cast<uint32_t>(_mm_movemask_epi8(test(a))) |
+           static_cast<uint32_t>(_mm_movemask_epi8(test(b))) << 16;
+}
+
+// Whether every byte above 127 among the 16 at `s` (the start of a character) belongs to
+// a sequence that goes out as it is, checked on whole masks instead of sequence by
+// sequence; 32 bytes must be readable. `*overhang` receives how far the last sequence
+// reaches past the 16. False sends the caller to the exact check of each sequence.
+inline bool utf8Chunk(const unsigned char* s, int* overhang) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s));
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 16));
+    auto below = [](int k) {
+        return [k](__m128i v) { return _mm_cmplt_epi8(v, _mm_set1_epi8(static_cast<char>(k))); };
+    };
+    auto above = [](int k) {
+        return [k](__m128i v) { return _mm_cmpgt_epi8(v, _mm_set1_epi8(static_cast<char>(k))); };
+    };
+    auto is = [](int k) {
+        return [k](__m128i v) { return _mm_cmpeq_epi8(v, _mm_set1_epi8(static_cast<char>(k))); };
+    };
+    // As signed bytes: 80-BF continuation, C2-DF, E0-EF and F0-F4 lead two, three and
+    // four bytes, C0, C1 and F5-FF lead nothing.
+    const uint32_t high = mask32(a, b, [](__m128i v) { return v; });
+    const uint32_t cont = mask32(a, b, below(0xC0));
+    const uint32_t from2 = mask32(a, b, above(0xC1)) & high;
+    const uint32_t from3 = mask32(a, b, above(0xDF)) & high;
+    const uint32_t from4 = mask32(a, b, above(0xEF)) & high;
+    const uint32_t beyond = mask32(a, b, above(0xF4)) & high;
+    const uint32_t first = 0xFFFF;  // the leads that count are those among the 16
+    const uint32_t lead2 = from2 & ~from3 & first;
+    const uint32_t lead3 = from3 & ~from4 & first;
+    const uint32_t lead4 = from4 & ~beyond & first;
+    const uint32_t need = (lead2 | lead3 | lead4) << 1 | (lead3 | lead4) << 2 | lead4 << 3;
+    // Each needed byte a continuation byte, and no other continuation byte up to the end
+    // of the last sequence; no byte above 127 that leads nothing.
+    const uint32_t reach = need | first;
+    if ((need & ~cont) != 0 || (cont & reach & ~need) != 0) return false;
+    if ((high & first & ~cont & ~(lead2 | lead3 | lead4)) != 0) return false;
+    // The second bytes that E0, ED, F0 and F4 narrow down, and U+FFFE and U+FFFF.
+    const uint32_t belowA0 = mask32(a, b, below(0xA0)) & cont;
+    const uint32_t below90 = mask32(a, b, below(0x90)) & cont;
+    uint32_t wrong = (mask32(a, b, is(0xE0)) & first) << 1 & belowA0;
+    wrong |= (mask32(a, b, is(0xED)) & first) << 1 & cont & ~belowA0;
+    wrong |= (mask32(a, b, is(0xF0)) & first) << 1 & below90;
+    wrong |= (mask32(a, b, is(0xF4)) & first) << 1 & cont & ~below90;
+    const uint32_t ef = mask32(a, b, is(0xEF)) & first;
+    const uint32_t bf = mask32(a, b, is(0xBF));
+    const uint32_t beOrBf = mask32(a, b, above(0xBD)) & cont;
+    wrong |= ef << 2 & bf << 1 & beOrBf;
+    if (wrong != 0) return false;
+    const uint32_t past = need >> 16;
+    *overhang = past == 0 ? 0 : 32 - __builtin_clz(past);
+    return true;
+}
+
+#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
+#define VELMORA_XML_SHUFFLES 1
+// The same check with byte shuffles (SSSE3, asked of the processor at run time): each
+// byte pair is classified by three 16-entry tables, the usual table method for checking
+// UTF-8, in a dozen instructions per 16 bytes. Bits of the tables: what a lead byte (the
+// earlier byte) and the byte after it together rule out.
+const bool kShuffles = __builtin_cpu_supports("ssse3");
+
+__attribute__((target("ssse3"))) __m128i utf8Errors(__m128i input, __m128i prev) {
+    const uint8_t kTooShort = 1 << 0, kTooLong = 1 << 1, kOverlong3 = 1 << 2, kTooLarge = 1 << 3,
+                  kSurrogate = 1 << 4, kOverlong2 = 1 << 5, kTooLarge1000 = 1 << 6,
+                  kOverlong4 = 1 << 6, kTwoConts = 1 << 7;
+    const uint8_t kCarry = kTooShort | kTooLong | kTwoConts;
+    const __m128i byte1High = _mm_setr_epi8(
+        kTooLong, kTooLong, kTooLong, kTooLong, kTooLong, kTooLong, kTooLong, kTooLong,
+        static_cast<char>(kTwoConts), static_cast<char>(kTwoConts), static_cast<char>(kTwoConts),
+        static_cast<char>(kTwoConts), kTooShort | kOverlong2, kTooShort,
+        kTooShort | kOverlong3 | kSurrogate, kTooShort | kTooLarge | kTooLarge1000 | kOverlong4);
+    const __m128i byte1Low =
+        _mm_setr_epi8(static_cast<char>(kCarry | kOverlong3 | kOverlong2 | kOverlong4),
+                      static_cast<char>(kCarry | kOverlong2), static_cast<char>(kCarry),
+                      static_cast<char>(kCarry), static_cast<char>(kCarry | kTooLarge),
+                      static_cast<char>(kCarry | kTooLarge | kTooLarge1000),
+                      static_cast<char>(kCarry | kTooLarge | kTooLarge1000),
+                      static_cast<char>(kCarry | kTooLarge | kTooLarge1000),
+                      static_cast<char>(kCarry | kTooLarge | kTooLarge1000),
+                      static_cast<char>(kCarry | kTooLarge | kTooLarge1000),
+                      static_cast<char>(kCarry | kTooLarge | kTooLarge1000),
+                      static_cast<char>(kCarry | kTooLarge | kTooLarge1000),
+                      static_cast<char>(kCarry | kTooLarge | kTooLarge1000),
+                      static_cast<char>(kCarry | kTooLarge | kTooLarge1000 | kSurrogate),
+                      static_cast<char>(kCarry | kTooLarge | kTooLarge1000),
+                      static_cast<char>(kCarry | kTooLarge | kTooLarge1000));
+    const __m128i byte2High = _mm_setr_epi8(
+        kTooShort, kTooShort, kTooShort, kTooShort, kTooShort, kTooShort, kTooShort, kTooShort,
+        static_cast<char>(kTooLong | kOverlong2 | kTwoConts | kOverlong3 | kTooLarge1000 |
+                          kOverlong4),
+        static_cast<char>(kTooLong | kOverlong2 | kTwoConts | kOverlong3 | kTooLarge),
+        static_cast<char>(kTooLong | kOverlong2 | kTwoConts | kSurrogate | kTooLarge),
+        static_cast<char>(kTooLong | kOverlong2 | kTwoConts | kSurrogate | kTooLarge), kTooShort,
+        kTooShort, kTooShort, kTooShort);
+    const __m128i low = _mm_set1_epi8(0x0F);
+    const __m128i prev1 = _mm_alignr_epi8(input, prev, 15);
+    __m128i special =
+        _mm_and_si128(_mm_shuffle_epi8(byte1High, _mm_and_si128(_mm_srli_epi16(prev1, 4), low)),
+                      _mm_shuffle_epi8(byte1Low, _mm_and_si128(prev1, low)));
+    special = _mm_and_si128(
+        special, _mm_shuffle_epi8(byte2High, _mm_and_si128(_mm_srli_epi16(input, 4), low)));
+    // The third and fourth bytes of three- and four-byte sequences must be continuations.
+    const __m128i prev2 = _mm_alignr_epi8(input, prev, 14);
+    const __m128i prev3 = _mm_alignr_epi8(input, prev, 13);
+    const __m128i third = _mm_subs_epu8(prev2, _mm_set1_epi8(static_cast<char>(0xE0 - 0x80)));
+    const __m128i fourth = _mm_subs_epu8(prev3, _mm_set1_epi8(static_cast<char>(0xF0 - 0x80)));
+    const __m128i must =
+        _mm_and_si128(_mm_or_si128(third, fourth), _mm_set1_epi8(static_cast<char>(0x80)));
+    return _mm_xor_si128(must, special);
+}
+
+// As utf8Chunk, with the table method: no error may show up to the 19th byte, where the
+// last sequence that starts among the 16 ends at the latest.
+bool utf8ChunkShuffled(const unsigned char* s, int* overhang) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s));
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 16));
+    const __m128i zero = _mm_setzero_si128();
+    uint32_t errors =
+        static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(utf8Errors(a, zero), zero)) ^
+                              0xFFFF) |
+        static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(utf8Errors(b, a), zero)) ^ 0xFFFF)
+            << 16;
+    if ((errors & 0x7FFFF) != 0) return false;
+    // U+FFFE and U+FFFF, no characters of XML.
+    const uint32_t first = 0xFFFF;
+    const uint32_t ef = mask32(a, b,
+                               [](__m128i v) {
+                                   return _mm_cmpeq_epi8(v, _mm_set1_epi8(static_cast<char>(0xEF)));
+                               }) &
+                        first;
+    if (ef != 0) {
+        const uint32_t bf = mask32(a, b, [](__m128i v) {
+            return _mm_cmpeq_epi8(v, _mm_set1_epi8(static_cast<char>(0xBF)));
+        });
+        const uint32_t beOrBf = mask32(a, b, [](__m128i v) {
+            return _mm_cmpeq_epi8(_mm_max_epu8(v, _mm_set1_epi8(static_cast<char>(0xBE))), v);
+        });
+        if ((ef << 2 & bf << 1 & beOrBf) != 0) return false;
+    }
+    // How far the last lead byte among the 16 reaches past them.
+    *overhang = 0;
+    for (int p = 15; p >= 13; --p) {
+        if (s[p] < 0xC0) continue;
+        int length = s[p] >= 0xF0 ? 4 : s[p] >= 0xE0 ? 3 : 2;
+        *overhang = p + length > 16 ? p + length - 16 : 0;
+        break;
+    }
+    return true;
+}
+#else
+const bool kShuffles = false;
+inline bool utf8ChunkShuffled(const unsigned char*, int*) {
+    return false;
+}
+#endif
+#endif
+
+}  // namespace
+
+void XmlOut::escaped(const char* text, size_t n, bool escapeWhitespace) {
+    const auto* s = reinterpret_cast<const unsigned char*>(text);
+    const unsigned char* end = s + n;
+    // Everything that goes out as it is, kept white space and UTF-8 sequences included,
+    // is copied in one piece up to the next byte that needs a reference.
+    const unsigned char* run = s;
+#if defined(__SSE2__)
+    // Sixteen bytes at a time: a mask of the bytes that need a reference (control bytes
+    // but the kept white space, 127, " ' < > &, and in the ASCII mode every byte above
+    // 127) and one of the bytes above 127, whose UTF-8 is checked sequence by sequence.
+    const __m128i space = _mm_set1_epi8(' ');
+    const __m128i del = _mm_set1_epi8(0x7f);
+    const __m128i quot = _mm_set1_epi8('"');
+    const __m128i apos = _mm_set1_epi8('\'');
+    const __m128i lt = _mm_set1_epi8('<');
+    const __m128i gt = _mm_set1_epi8('>');
+    const __m128i amp = _mm_set1_epi8('&');
+    const __m128i tab = _mm_set1_epi8('\t');
+    const __m128i lf = _mm_set1_epi8('\n');
+    const __m128i cr = _mm_set1_epi8('\r');
+    while (end - s >= 16) {
+        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s));
+        // Signed: the bytes above 127 count as below 32 here and are taken out below.
+        int high = _mm_movemask_epi8(v);
+        int control = _mm_movemask_epi8(_mm_cmplt_epi8(v, space)) & ~high;
+        if (!escapeWhitespace) {
+            __m128i ws = _mm_or_si128(_mm_cmpeq_epi8(v, tab),
+                                      _mm_or_si128(_mm_cmpeq_epi8(v, lf), _mm_cmpeq_epi8(v, cr)));
+            control &= ~_mm_movemask_epi8(ws);
+        }
+        __m128i special = _mm_or_si128(_mm_cmpeq_epi8(v, del), _mm_cmpeq_epi8(v, amp));
+        special =
+            _mm_or_si128(special, _mm_or_si128(_mm_cmpeq_epi8(v, quot), _mm_cmpeq_epi8(v, apos)));
+        special = _mm_or_si128(special, _mm_or_si128(_mm_cmpeq_epi8(v, lt), _mm_cmpeq_epi8(v, gt)));
+        int escape = control | _mm_movemask_epi8(special);
+        if (!utf8_) {
+            escape |= high;
+            high = 0;
+        }
+        const unsigned char* next = s + 16;
+        int overhang = 0;
+        if (high != 0 && end - s >= 32 &&
+            (kShuffles ? utf8ChunkShuffled(s, &overhang) : utf8Chunk(s, &overhang))) {
+            // Every byte above 127 among the sixteen is part of a good sequence.
+            high = 0;
+            next += overhang;
+        }
+        uint64_t any = static_cast<unsigned>(escape | high);
+        // Each marked byte of the sixteen in turn, from the same masks: a sequence that
+        // goes out as it is clears its own bytes, a byte that needs a reference is written.
+        while (any != 0) {
+            int at = __builtin_ctzll(any);
+            const unsigned char* p = s + at;
+            if ((high >> at) & 1) {
+                int k = passThrough(p, end);
+                if (k > 0) {
+                    next = p + k > next ? p + k : next;
+                    any &= ~((uint64_t{2} << (at + k - 1)) - 1);
+                    continue;
+                }
+            }
+            if (p > run) put(reinterpret_cast<const char*>(run), static_cast<size_t>(p - run));
+            this->escape(*p);
+            run = p + 1;
+            any &= any - 1;
+        }
+        s = next;
+    }
+#endif
+    // The rest (all of it without the instructions) byte by byte, by the same rules.
+    while (s < end) {
+        unsigned char c = *s;
+        if (kTable.plain[c]) {
+            ++s;
+            continue;
+        }
+        if (c >= 0x80) {
+            if (utf8_) {
+                int k = passThrough(s, end);
+                if (k > 0) {
+                    s += k;
+                    continue;
+                }
+            }
+        } else if (!escapeWhitespace && (c == '\n' || c == '\r' || c == '\t')) {
+            ++s;
+            continue;
+        }
+        if (s > run) put(reinterpret_cast<const char*>(run), static_cast<size_t>(s - run));
+        escape(c);
+        run = ++s;
+    }
+    if (s > run) put(reinterpret_cast<const char*>(run), static_cast<size_t>(s - run));
+}
+
+// Short values (numbers, names, flags) in one pass that finds their end and that they
+// need nothing; any other text is measured and escaped as above.
+void XmlOut::escaped(const char* text) {
+    if (text == nullptr) return;
+    const auto* s = reinterpret_cast<const unsigned char*>(text);
+    for (int i = 0; i < 16; ++i) {
+        if (kTable.plain[s[i]]) continue;
+        if (s[i] == 0) {
+            put(text, static_cast<size_t>(i));
+            return;
+        }
+        break;
+    }
+    escaped(text, std::strlen(text), true);
 }
 
 }  // namespace xml

@@ -349,3 +349,45 @@ TEST(TcpIpUtil, WrittenDocumentAppliesBack) {
                         "eth0.setIpAddressSubnetMask(192.0.2.10,255.255.255.0)"),
               calls.end());
 }
+
+// The document is UTF-8 both ways: a description with "é" is written as the two bytes of
+// its UTF-8 (not a reference per byte, which a standard reader takes for "Ã©"), and a
+// document saved by a UTF-8 editor applies whole, its text arriving byte for byte. A
+// byte that is no UTF-8 is still written as a reference, so the document stays readable.
+TEST(TcpIpUtil, SettingsDocumentIsUtf8BothWays) {
+    Calls calls;
+    RecordingHost host(&calls);
+    host.answers.text = {{"getHostname", "station7"}};
+    RecordingAdapter* a = host.add("eth0");
+    a->answers.text = {{"getId", "eth0"}, {"getDescription", "Carte r\xc3\xa9seau \xe9"}};
+    StringWriter text;
+    XWriter out(&text);
+    TcpIpUtil::getHostSettingsXml(&host, &out, nullptr);
+    EXPECT_FALSE(out.isUtf8()) << "the caller's writer is left in its own mode";
+    out.safe("\xc3\xa9");
+    std::string xml = text.getString();
+    EXPECT_NE(xml.find("desc=\"Carte r\xc3\xa9seau &#xe9;\""), std::string::npos) << xml;
+    EXPECT_EQ(xml.substr(xml.size() - 12), "&#xc3;&#xa9;");
+#ifdef VELMORA_TEST_EXPAT
+    std::string seen = readByExpat(xml.substr(0, xml.size() - 12));
+    EXPECT_NE(seen.find("desc=Carte r\xc3\xa9seau \xc3\xa9 "), std::string::npos) << seen;
+#endif
+
+    std::string edited =
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+        "<tcpIpSettings hostname=\"station7\" domain=\"r\xc3\xa9seau.example\">\n"
+        "<adapters><adapter id=\"eth0\" desc=\"Carte r\xc3\xa9seau \xe2\x80\x94 &#xE9;\" "
+        "enabled=\"true\"/></adapters></tcpIpSettings>\n";
+#ifdef VELMORA_TEST_EXPAT
+    EXPECT_NE(readByExpat(edited).find("desc=Carte r\xc3\xa9seau \xe2\x80\x94 \xc3\xa9 "),
+              std::string::npos);
+#endif
+    calls.clear();
+    a->answers.number["canDisable"] = 1;
+    Reports reports;
+    ASSERT_EQ(TcpIpUtil::setHostSettingsXml(&host, &edited[0], &reports), 0);
+    EXPECT_TRUE(reports.texts.empty()) << reports.texts.front();
+    EXPECT_NE(std::find(calls.begin(), calls.end(), "host.setDomain(r\xc3\xa9seau.example)"),
+              calls.end());
+    EXPECT_NE(std::find(calls.begin(), calls.end(), "eth0.setEnabled(true)"), calls.end());
+}

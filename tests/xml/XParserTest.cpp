@@ -16,9 +16,10 @@ using namespace velmora;
 namespace {
 
 // Every event of `xml` as a compact trace: "1a" start, "2a" end, "3[text]", "4", "-1".
-std::string trace(const std::string& xml) {
+std::string trace(const std::string& xml, bool utf8 = false) {
     StringReader in(xml.data(), static_cast<int>(xml.size()));
     XParser p(&in);
+    p.setUtf8(utf8);
     std::string out;
     for (int i = 0; i < 1000; ++i) {
         int e = p.next();
@@ -69,6 +70,26 @@ TEST(XParser, ReferencesAndAsciiOnlyStop) {
     EXPECT_STREQ(e->get("w"), "\xff");
     EXPECT_STREQ(e->get("x"), "it's");
     EXPECT_EQ(parse("<a><b>\xc3\xa9</b></a>"), nullptr) << "early end gives no tree";
+}
+
+// In the UTF-8 mode well-formed UTF-8 is text like any other, references give the UTF-8
+// of their character, and the first byte that breaks UTF-8 ends the input as a byte above
+// 127 does in the default mode.
+TEST(XParser, Utf8ModeReadsUtf8AndStopsAtWhatIsNone) {
+    const std::string words = "caf\xc3\xa9 \xe6\x97\xa5\xe6\x9c\xac \xf0\x9f\x93\xa1";
+    EXPECT_EQ(trace("<a v='" + words + "'>" + words + "</a>", true), "1a 3[" + words + "] 2a -1");
+    EXPECT_EQ(trace("<a>&#233;&#xE9;&#x1F4E1;&#65;&#xFFFF;&#xD800;&#x110000;&bogus;</a>", true),
+              "1a 3[\xc3\xa9\xc3\xa9\xf0\x9f\x93\xa1"
+              "A\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd] 2a -1")
+        << "what names no character reads as U+FFFD";
+    for (const char* bad : {"\xe9", "\xc3", "\xc0\xaf", "\xe0\x80\x80", "\xed\xa0\x80",
+                            "\xf4\x90\x80\x80", "\x80", "\xff", "\xc3<", "\xef\xbf\xbe"}) {
+        EXPECT_EQ(trace(std::string("<a>ok</a><b>x") + bad + "</b><c/>", true), "1a 3[ok] 2a 1b -1")
+            << "stops at " << bad;
+    }
+    XParser p(nullptr);
+    EXPECT_FALSE(p.isUtf8()) << "ASCII unless asked";
+    EXPECT_EQ(trace("<a>\r\xc3\xa9\r\n\xc3\xa9</a>", true), "1a 3[\n\xc3\xa9\n\xc3\xa9] 2a -1");
 }
 
 TEST(XParser, LineEndsAndPositions) {

@@ -28,6 +28,30 @@ TEST(XWriter, EscapesQuotesControlAndHighBytes) {
     EXPECT_FALSE(none.write('x'));
 }
 
+// The UTF-8 mode passes well-formed UTF-8 through and escapes the rest as the default
+// mode does; a tree written in it keeps its text.
+TEST(XWriter, Utf8ModePassesUtf8Through) {
+    BufferedXWriter out;
+    out.setUtf8(true);
+    out.safe("caf\xc3\xa9 \xf0\x9f\x93\xa1 \xe9 \xc3 \"<\n", false);
+    EXPECT_STREQ(out.getString(), "caf\xc3\xa9 \xf0\x9f\x93\xa1 &#xe9; &#xc3; &#x22;&lt;\n");
+    out.clear();
+    out.attr("d", "\xe2\x80\x94\xef\xbf\xbf\xed\xa0\x80\xc0\xaf");
+    EXPECT_STREQ(out.getString(),
+                 "d=\"\xe2\x80\x94&#xef;&#xbf;&#xbf;&#xed;&#xa0;&#x80;&#xc0;&#xaf;\"")
+        << "U+FFFF, surrogates and overlong forms are no characters to pass on";
+    out.clear();
+    XElem e("e");
+    e.addAttr("a", "\xc3\xa9");
+    e.addContent(new XText("\xc3\xa9"));
+    e.write(&out, 0);
+    out.setUtf8(false);
+    e.write(&out, 0);
+    EXPECT_STREQ(out.getString(),
+                 "<e a=\"\xc3\xa9\">\xc3\xa9</e>\n"
+                 "<e a=\"&#xc3;&#xa9;\">&#xc3;&#xa9;</e>\n");
+}
+
 TEST(XWriter, ElementLayout) {
     XElem root("p", "urn:p", "root");
     XNs ans("a", "urn:a");

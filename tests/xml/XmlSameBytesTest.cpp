@@ -50,6 +50,30 @@ void refEscape(std::string& out, const char* s, size_t n, bool escapeWhitespace)
     }
 }
 
+// The UTF-8 mode: a byte above 127 that begins the shortest form of a character other than
+// U+FFFE and U+FFFF goes out with its sequence, any other as in the default mode.
+void refEscapeUtf8(std::string& out, const char* text, size_t n, bool escapeWhitespace) {
+    const auto* s = reinterpret_cast<const unsigned char*>(text);
+    for (size_t i = 0; i < n;) {
+        size_t len = s[i] >= 0xF0 ? 4 : s[i] >= 0xE0 ? 3 : s[i] >= 0xC0 ? 2 : 0;
+        unsigned cp = s[i] & (0x7F >> len);
+        bool ok = len > 0 && s[i] < 0xF8 && i + len <= n;
+        for (size_t k = 1; ok && k < len; ++k) {
+            ok = (s[i + k] & 0xC0) == 0x80;
+            cp = cp << 6 | (s[i + k] & 0x3F);
+        }
+        const unsigned least[] = {0, 0, 0x80, 0x800, 0x10000};
+        if (ok && cp >= least[len] && cp <= 0x10FFFF && (cp < 0xD800 || cp > 0xDFFF) &&
+            cp != 0xFFFE && cp != 0xFFFF) {
+            out.append(text + i, len);
+            i += len;
+        } else {
+            refEscape(out, text + i, 1, escapeWhitespace);
+            ++i;
+        }
+    }
+}
+
 void refText(std::string& out, const XText* t) {
     if (t->isCDATA()) {
         out += "<![CDATA[" + std::string(t->string(), t->getLength()) + "]]>";
@@ -107,6 +131,27 @@ std::string awkwardText(size_t size) {
     return s;
 }
 
+// Sequences of every length, mostly good with a broken one now and then, at every offset
+// from a 16-byte boundary.
+std::string awkwardUtf8(size_t size) {
+    const char* const good[] = {"\xc3\xa9",         "\xe2\x80\x94",     "\xf0\x9f\x93\xa1",
+                                "\xee\x80\x80",     "\xf4\x8f\xbf\xbf", "\xe0\xa0\x80",
+                                "\xf0\x90\x80\x80", "\xed\x9f\xbf",     "\xef\xbf\xbd",
+                                "\xc2\x80",         "&\"'\n\t\x01"};
+    const char* const bad[] = {
+        "\xe9",         "\xc0\xaf",         "\xe0\x80\x80",     "\xed\xa0\x80",
+        "\xef\xbf\xbe", "\xf4\x90\x80\x80", "\x80\xbf",         "\xe2\x80",
+        "\xc3<",        "\xf0\x80\x80\x80", "\xf5\x80\x80\x80", "\xc1\xbf",
+        "\xff",         "\xef\xbf\xbf",     "\xf0\x9f\x93"};
+    std::string s;
+    for (size_t i = 0; s.size() < size; ++i) {
+        s.append(i % 17, 'a');
+        s += good[i % (sizeof good / sizeof good[0])];
+        if (i % 5 == 0) s += bad[(i / 5) % (sizeof bad / sizeof bad[0])];
+    }
+    return s;
+}
+
 // A CharReader with no buffer to look into: the parser must take it byte by byte.
 class ByteReader : public CharReader {
 public:
@@ -127,8 +172,9 @@ private:
 
 // Everything an event shows: its code, the element with its attributes, the text, and
 // where the parser stands.
-std::string events(CharReader* in) {
+std::string events(CharReader* in, bool utf8 = false) {
     XParser p(in);
+    p.setUtf8(utf8);
     std::string out;
     for (int e = p.next();; e = p.next()) {
         out += std::to_string(e) + "@" + std::to_string(p.getLine()) + ":" +
@@ -252,6 +298,30 @@ TEST(XmlSameBytes, BenchmarkDocumentWrittenEveryWayMatchesTheReference) {
         XWriter::safe(&helpers, c, true);
     }
     EXPECT_EQ(difference(std::string(helpers.getString(), helpers.getLength()), expected), "");
+
+    // The UTF-8 mode on its own awkward text, through the helpers and a tree, into the
+    // writer's own block and through a plain writer.
+    const std::string utf8 = awkwardUtf8(40000);
+    std::string utf8Expected;
+    refEscapeUtf8(utf8Expected, utf8.data(), utf8.size(), false);
+    utf8Expected += "a=\"";
+    refEscapeUtf8(utf8Expected, utf8.data(), utf8.size(), true);
+    utf8Expected += "\"<t>";
+    refEscapeUtf8(utf8Expected, utf8.data(), utf8.size(), false);
+    utf8Expected += "</t>\n";
+    XElem t("t");
+    t.addContent(new XText(utf8.data(), static_cast<int>(utf8.size())));
+    BufferedXWriter inBlock;
+    StringWriter plain;
+    XWriter through(&plain);
+    for (XWriter* w : {static_cast<XWriter*>(&inBlock), &through}) {
+        w->setUtf8(true);
+        w->safe(utf8.data(), static_cast<int>(utf8.size()), false);
+        w->attr("a", utf8.c_str());
+        t.write(w, 0);
+    }
+    EXPECT_EQ(difference(std::string(inBlock.getString(), inBlock.getLength()), utf8Expected), "");
+    EXPECT_EQ(difference(plain.getString(), utf8Expected), "");
 }
 
 TEST(XmlSameBytes, EventsThroughEveryReaderAreTheSame) {
@@ -274,4 +344,27 @@ TEST(XmlSameBytes, EventsThroughEveryReaderAreTheSame) {
     std::unique_ptr<FileReader> file(FileReader::make(dir.file("d.xml").c_str()));
     ASSERT_NE(file, nullptr);
     EXPECT_EQ(difference(events(file.get()), expected), "");
+
+    // The UTF-8 mode on texts and values full of sequences, crossing the file reader's
+    // blocks, up to a broken one.
+    std::string utf8 = bench::stationDocument(100 * 1000, nullptr);
+    for (size_t at = 1000; at < utf8.size(); at += 997) {
+        size_t text = utf8.find("</description>", at);
+        if (text == std::string::npos) break;
+        utf8.insert(text, "\xc3\xa9\xe2\x80\x94\xf0\x9f\x93\xa1&#xe9;&#x1F4E1;\r\n");
+        size_t value = utf8.find("warning\"", text);
+        if (value != std::string::npos) utf8.insert(value, "\xe6\x97\xa5\xe6\x9c\xac");
+    }
+    utf8.insert(utf8.size() - 12, "<t>x\xe2\x80</t>");
+    ASSERT_TRUE(test::writeFile(dir.file("u.xml"), utf8));
+    ByteReader utf8Bytes(utf8);
+    expected = events(&utf8Bytes, true);
+    ASSERT_NE(expected.find("\xc3\xa9\xe2\x80\x94\xf0\x9f\x93\xa1\xc3\xa9\xf0\x9f\x93\xa1\n"),
+              std::string::npos);
+    ASSERT_NE(expected.find(" t-\n-1@"), std::string::npos) << "the broken sequence ends it";
+    StringReader utf8Str(utf8.data(), static_cast<int>(utf8.size()));
+    EXPECT_EQ(difference(events(&utf8Str, true), expected), "");
+    std::unique_ptr<FileReader> utf8File(FileReader::make(dir.file("u.xml").c_str()));
+    ASSERT_NE(utf8File, nullptr);
+    EXPECT_EQ(difference(events(utf8File.get(), true), expected), "");
 }

@@ -87,6 +87,7 @@ std::string document(velmora::TcpIpHostSettings* host, velmora::ErrorHandler* er
 std::unique_ptr<velmora::XElem> parse(const std::string& body) {
     velmora::StringReader in(body.c_str(), static_cast<int>(body.size()));
     velmora::XParser parser(&in);
+    parser.setUtf8(true);  // the settings document is UTF-8, as the library writes it
     return std::unique_ptr<velmora::XElem>(parser.parse(true));
 }
 

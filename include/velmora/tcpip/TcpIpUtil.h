@@ -11,7 +11,8 @@
 // gateway, domain and DNS lists when the host keeps them), then one adapter element per
 // adapter. Applying follows the document: isReadonly="true" changes nothing; flags that a
 // document leaves out switch the adapter, DHCP and IPv6 off where the adapter allows it.
-// No state of its own; nothing is synchronised.
+// The document is UTF-8 both ways: it is written in the writer's UTF-8 mode and read in the
+// parser's. No state of its own; nothing is synchronised.
 #pragma once
 
 #include <velmora/Export.h>

@@ -9,6 +9,7 @@
 //   puts(out.getString());  // "port=8"
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -37,7 +38,8 @@ public:
 
     // The text itself, zero-terminated, valid until the next write; takes no lock.
     const char* getString() const { return buffer_; }
-    int getLength();
+    // Takes no lock either: the length is kept so that it can be read while others write.
+    int getLength() const { return static_cast<int>(length_.load(std::memory_order_acquire)); }
     uint32_t getCapacity() const { return capacity_; }
     // Hold the writer still while reading getString() as other threads write.
     void lock();
@@ -52,7 +54,7 @@ private:
     char* buffer_ = nullptr;
     uint32_t increment_ = 0;
     uint32_t capacity_ = 0;
-    uint32_t length_ = 0;
+    std::atomic<uint32_t> length_{0};  // written under the lock
     // Bytes allocated, at least capacity_. Within the capacity everything after the text is
     // zero; the bytes beyond it are unset until the capacity grows over them.
     size_t allocated_ = 0;

@@ -1,4 +1,7 @@
-// An XWriter into its own growing text, for building small documents in memory.
+// An XWriter into its own growing text, for building documents in memory. The helpers
+// gather their bytes in a block of the writer's own and hand the text one write per block,
+// so a document written piece by piece costs no call into the text (and no take of its
+// lock) per piece; like the text itself, the writer is for one thread at a time.
 //
 //   velmora::BufferedXWriter out;
 //   elem.write(&out, 0);
@@ -18,11 +21,13 @@ public:
     ~BufferedXWriter() override;
 
     void clear();  // empties the text
-    const char* getString() const { return buffer_->getString(); }
-    uint32_t getLength() const { return static_cast<uint32_t>(buffer_->getLength()); }
+    // The text written so far (what the helpers gathered included).
+    const char* getString() const;
+    uint32_t getLength() const;
 
 private:
     StringWriter* buffer_;
+    char* block_;
 };
 
 }  // namespace velmora

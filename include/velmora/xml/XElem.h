@@ -125,6 +125,7 @@ private:
     // Moves the attributes of `from` (left without any) to the end of this element's.
     void takeAttrs(XElem* from);
     void storeNames(const char* name);
+    void storeNames(const char* name, size_t length);  // `length` bytes of `name`
     Attr* attrAt(int i) const;
     Attr* findAttr(const XNs* ns, bool useNs, const char* name) const;
     void appendAttr(const XNs* ns, const char* name, const char* value);

@@ -1,6 +1,7 @@
 // A small, lenient pull parser for XML: next() reports the start and end of elements and
 // the text between them, and parse() builds an element tree. It reads single-byte ASCII:
-// the first byte above 127 ends the input for good. Declarations, processing
+// the first byte above 127 ends the input for good (in the UTF-8 mode, setUtf8, the first
+// byte that is not part of well-formed UTF-8). Declarations, processing
 // instructions, comments and document types are skipped; malformed markup gives event 4
 // or is dropped silently, never an error message; end tags are not checked.
 //
@@ -45,6 +46,14 @@ public:
     XElem* parseCurrent(bool close);
     void close();
 
+    // UTF-8 mode: well-formed UTF-8 is read as text (the first byte that is not part of a
+    // well-formed sequence ends the input; so do U+FFFE and U+FFFF, no characters of XML)
+    // and character references decode to the UTF-8 of the character they name (U+FFFD
+    // for a value that names none, and where the default mode reads the byte 255). Off by
+    // default: the parser then reads ASCII only.
+    void setUtf8(bool on) { utf8_ = on; }
+    bool isUtf8() const { return utf8_; }
+
     int getType() const { return type_; }
     int getDepth() const { return depth_; }
     int getLine() const { return line_; }
@@ -61,9 +70,13 @@ private:
 
     int fetch();
     int refill();
+    bool acceptUtf8(int c);
+    bool direct() const { return pushback_ < 0 && lookahead_ < 0 && !stopped_ && utf8Need_ == 0; }
+    void appendDecoded(int c);
     void sync();
     int readChar();
     int readRaw();
+    void finishChar(int c);
     void pushBack(int c) { pushback_ = c; }
     bool skipWhitespace();
     bool readQName(int c);
@@ -84,6 +97,7 @@ private:
     const XNs* lookup(const char* prefix) const;
     void pop();
     void setText(bool cdata);
+    void fillText() const;
     bool append(char** buf, int* len, int* cap, int c);
     void appendRun(char** buf, int* len, int* cap, const unsigned char* run, int n);
 
@@ -94,7 +108,9 @@ private:
     CharReader* reader_;
     int pushback_ = -1;   // a character handed back, -1: none
     int lookahead_ = -1;  // the raw byte read after a CR, -1: none
-    XText* text_;
+    mutable XText* text_;
+    mutable bool textPending_ = false;  // the last text is still only in buf_
+    bool textCdata_ = false;
     XElem** elemStack_;
     NsDecl** nsStack_;
     bool popPending_ = false;
@@ -102,6 +118,13 @@ private:
     XNs* defaultNs_ = nullptr;
     // Once a byte above 127 (or the end) is read, every later read is the end.
     bool stopped_ = false;
+    bool utf8_ = false;
+    // In the UTF-8 mode, the continuation bytes still due in the sequence being read and
+    // the bounds of the next one.
+    int utf8Need_ = 0;
+    unsigned char utf8Lo_ = 0x80;
+    unsigned char utf8Hi_ = 0xBF;
+    unsigned char utf8Lead_ = 0;
 
     const unsigned char* classes_;
     // A view of the reader's own buffer for StringReader and FileReader, read without a
