@@ -5,6 +5,7 @@
 #include <velmora/collections/MultiKeyPropertiesFile.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -47,5 +48,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (!second.load()) std::abort();
     if (entries(first) != entries(second)) std::abort();
     if (!second.save() || bytesOf(path) != saved) std::abort();
+    std::remove(path.c_str());
     return 0;
 }
