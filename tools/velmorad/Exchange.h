@@ -6,6 +6,8 @@
 #include <velmora/net/Socket.h>
 
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace velmorad {
 
@@ -21,6 +23,8 @@ struct Exchange {
     long bytes = 0;
     const char* allow = nullptr;  // the methods an answer 405 names
     std::string requestBody{};    // the request body (Content-Length bytes)
+    // Further header fields of the answer (name, value), written by reply().
+    std::vector<std::pair<std::string, std::string>> fields{};
 
     // The value of a query parameter, decoded; `def` when absent.
     std::string query(const char* name, const char* def) const;
