@@ -8,6 +8,9 @@
   const TOKEN_KEY = "velmorad.token";
   const STATUS_EVERY_MS = 5000;
   const PENDING_EVERY_MS = 2000;
+  // A request that has no answer by then counts as unreachable: a change that moved the
+  // address the page talks to leaves its connection hanging rather than closed.
+  const ANSWER_WITHIN_MS = 15000;
   const LEVELS = [["0", "trace"], ["1", "message"], ["2", "warning"], ["3", "error"]];
   const FILTER_STATES = { 0: "enabled (writes go to the overlay)", 1: "disabled" };
   const FILTER_COMMANDS = [["0", "No command"], ["1", "Enable"], ["2", "Disable"], ["4", "Commit"]];
@@ -44,13 +47,17 @@
     const headers = {};
     if (token) headers.Authorization = "Bearer " + token;
     if (body !== undefined) headers["Content-Type"] = type;
-    let response;
+    const abort = new AbortController();
+    const timer = setTimeout(() => abort.abort(), ANSWER_WITHIN_MS);
+    let response, text;
     try {
-      response = await fetch(path, { method, headers, body, cache: "no-store", credentials: "omit" });
+      response = await fetch(path, { method, headers, body, cache: "no-store", credentials: "omit", signal: abort.signal });
+      text = await response.text();
     } catch (e) {
       throw new Unreachable("the daemon does not answer");
+    } finally {
+      clearTimeout(timer);
     }
-    const text = await response.text();
     if (!response.ok) {
       const error = new DaemonError(response.status, messageOf(response.status, text, response.statusText));
       if (response.status === 401) signOut("The daemon refused the token: " + error.message);
