@@ -13,6 +13,7 @@ root, Chromium, its driver or Python's selenium it says why and exits 77 (skippe
 """
 import http.client
 import http.server
+import json
 import os
 import re
 import shutil
@@ -51,18 +52,22 @@ def read(path):
         return ""
 
 
-class Host:
-    """The namespace's network (a veth pair, a gateway, files for resolver and host name)
-    and a daemon on it with network.apply=true."""
+def make_network():
+    """The namespace's network: a veth pair, an address, a default gateway, a host name."""
+    for command in (["ip", "link", "set", "lo", "up"],
+                    ["ip", "link", "add", "v0", "type", "veth", "peer", "name", "v1"],
+                    ["ip", "link", "set", "v0", "up"], ["ip", "link", "set", "v1", "up"],
+                    ["ip", "addr", "add", "192.0.2.10/24", "dev", "v0"],
+                    ["ip", "route", "add", "default", "via", "192.0.2.1"],
+                    ["hostname", "browser-host"]):
+        sh(*command)
 
-    def __init__(self):
-        for command in (["ip", "link", "set", "lo", "up"],
-                        ["ip", "link", "add", "v0", "type", "veth", "peer", "name", "v1"],
-                        ["ip", "link", "set", "v0", "up"], ["ip", "link", "set", "v1", "up"],
-                        ["ip", "addr", "add", "192.0.2.10/24", "dev", "v0"],
-                        ["ip", "route", "add", "default", "via", "192.0.2.1"],
-                        ["hostname", "browser-host"]):
-            sh(*command)
+
+class Host:
+    """A daemon with network.apply=true and files of its own for resolver and host name,
+    listening on `bind` (127.0.0.1, or every address with remote access allowed)."""
+
+    def __init__(self, bind="127.0.0.1"):
         self.home = tempfile.mkdtemp(prefix="velmorad-browser-")
         os.makedirs(os.path.join(self.home, "lib"))
         self.resolver = os.path.join(self.home, "resolv.conf")
@@ -73,12 +78,13 @@ class Host:
             f.write("browser-host\n")
         with open(os.path.join(self.home, "lib", "velmorad.properties"), "w") as f:
             f.write("network.apply=true\nwriteFilter.apply=true\nnetwork.resolverPath=%s\n"
-                    "network.hostnamePath=%s\n" % (self.resolver, self.hostname_file))
-        self.proc = subprocess.Popen([DAEMON, "--port", "0", "--home", self.home],
+                    "network.hostnamePath=%s\nremote.allow=%s\n"
+                    % (self.resolver, self.hostname_file, str(bind != "127.0.0.1").lower()))
+        self.proc = subprocess.Popen([DAEMON, "--bind", bind, "--port", "0", "--home", self.home],
                                      stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
         for _ in range(20):
             line = self.proc.stdout.readline()
-            if "listening on http://127.0.0.1:" in line or not line:
+            if "listening on http://" in line or not line:
                 break
         if "listening on" not in line:
             self.proc.kill()
@@ -98,6 +104,7 @@ class Host:
     def stop(self):
         self.proc.terminate()
         self.proc.wait(timeout=15)
+        self.proc.stdout.close()
         shutil.rmtree(self.home, ignore_errors=True)
 
     def request(self, method, path, headers=None):
@@ -170,6 +177,7 @@ fetch("%(t)s/levels?name=velmorad&level=3", {method: "POST", mode: "no-cors",
 class SettingsPage(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
+        make_network()
         cls.host = Host()
         cls.profile = tempfile.mkdtemp(prefix="velmorad-chromium-")
         options = webdriver.ChromeOptions()
@@ -223,15 +231,16 @@ class SettingsPage(unittest.TestCase):
         element.clear()
         element.send_keys(text)
 
-    def sign_in(self):
-        b = self.browser
-        if b.current_url.startswith(self.host.origin) and self.find("#panels").is_displayed():
+    def sign_in(self, host=None, origin=None):
+        b, host = self.browser, host or self.host
+        origin = origin or host.origin
+        if b.current_url.startswith(origin) and self.find("#panels").is_displayed():
             return
-        b.get(self.host.origin + "/")
+        b.get(origin + "/")
         self.wait("the sign-in form", lambda: self.find("#token").is_displayed())
         # By keyboard alone: the form takes the focus, Enter signs in.
         self.assertEqual(b.switch_to.active_element.get_attribute("id"), "token")
-        b.switch_to.active_element.send_keys(self.host.token + Keys.ENTER)
+        b.switch_to.active_element.send_keys(host.token + Keys.ENTER)
         self.wait("the panels", lambda: self.find("#panels").is_displayed())
         self.wait("the v0 adapter", lambda: self.find("fieldset[data-adapter='v0']"))
 
@@ -362,12 +371,38 @@ class SettingsPage(unittest.TestCase):
             self.wait("the daemon to log the attempts", lambda: len(attempts()) >= 5)
         finally:
             server.shutdown()
+            server.server_close()
         seen = attempts()
         self.assertEqual(sorted(target.split("?")[0] for _, target, _ in seen),
                          ["/levels", "/levels", "/network", "/network", "/write-filter"], seen)
         for _, target, status in seen:
             self.assertIn(status, (401, 403), "%s answered %d" % (target, status))
         self.assertEqual(self.host.state(), before)
+
+    def test_6_page_names_the_new_address_to_confirm_at(self):
+        if not self.host.has_confirmation():
+            self.skipTest("this daemon has no confirmation window (GET /network/pending: 404)")
+        host = Host("0.0.0.0")
+        try:
+            self.sign_in(host, "http://192.0.2.10:%d" % host.port)
+            v0 = "fieldset[data-adapter='v0'] input[data-attr='ipAddress']"
+            self.set_value(self.find(v0), "192.0.2.11")
+            self.review_and_apply(60)
+            self.find("#review-apply").click()
+            moved = "http://192.0.2.11:%d/" % host.port
+            # Its own connection went with the old address: the page names the new one.
+            self.wait("the page to name the new address",
+                      lambda: moved in self.find("#pending-unreachable").text, 40)
+            self.shot("network", "network-moved")
+            self.sign_in(host, moved.rstrip("/"))
+            self.wait("the waiting change", lambda: self.find("#pending").is_displayed())
+            self.find("#pending-confirm").click()
+            self.wait("the confirmation", lambda: "Confirmed" in self.find("#network-result").text)
+            addresses = [a["local"] for a in json.loads(sh("ip", "-j", "addr", "show", "v0"))[0]
+                         ["addr_info"] if a["family"] == "inet"]
+            self.assertEqual(addresses, ["192.0.2.11"])
+        finally:
+            host.stop()
 
 
 def sessionStorage(browser, key):  # noqa: N802 - named after the page's storage

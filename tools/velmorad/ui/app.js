@@ -761,7 +761,9 @@
   function filterUnavailable(error) {
     const box = $("wf-unavailable");
     box.hidden = false;
-    box.textContent = "The write filter is not available on this system (the daemon says: " + error.message + ").";
+    box.textContent = /not available on this system/i.test(error.message)
+      ? error.message.charAt(0).toUpperCase() + error.message.slice(1)
+      : "The write filter is not available on this system (the daemon says: " + error.message + ").";
     $("wf-table").hidden = true;
   }
 
