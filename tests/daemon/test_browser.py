@@ -31,6 +31,7 @@ try:
     from selenium.webdriver.chrome.service import Service
     from selenium.webdriver.common.by import By
     from selenium.webdriver.common.keys import Keys
+    from selenium.webdriver.support.select import Select
 except ImportError:  # main() says so and skips
     webdriver = None
 
@@ -277,6 +278,11 @@ class SettingsPage(unittest.TestCase):
         self.wait("the write filter's answer", lambda: "not available on this system"
                   in self.find("#wf-unavailable").text)
         self.wait("the levels", lambda: self.find("select[data-name='velmorad']"))
+        level = self.find("select[data-name='velmorad']")
+        Select(level).select_by_value("0")
+        result = "#" + level.get_attribute("aria-describedby")
+        self.wait("the level saved", lambda: "saved" in self.find(result).text)
+        self.assertIn("velmorad=0", read(os.path.join(self.host.home, "logs", "levels.properties")))
         self.assertEqual(sessionStorage(b, "velmorad.token"), self.host.token)
         # The page asks nothing of any other host.
         urls = b.execute_script(
