@@ -573,6 +573,7 @@
     const path = seconds ? "/network?confirmWithin=" + seconds : "/network";
     show($("network-result"), "Applying…", null);
     show($("network-error"), "", null);
+    const sent = Date.now();  // the window runs from here, even if the answer never comes
     try {
       const { response, xml } = await call("POST", path, text, "application/xml");
       const id = response.headers.get("X-Change-Id");
@@ -580,7 +581,7 @@
       if (seconds && id) {
         const within = Number(response.headers.get("X-Confirm-Within")) || seconds;
         show($("network-result"), "Applied. Check that the host still works, then confirm.", "ok");
-        startPending(id, within, addressesAfter(changed));
+        startPending(id, within, addressesAfter(changed), sent);
       } else if (seconds) {
         show($("network-result"), "Applied. This daemon offers no confirmation window, so the change stays.", "ok");
       } else {
@@ -589,7 +590,7 @@
     } catch (error) {
       show($("network-result"), "", null);
       if (error instanceof Unreachable && seconds) {
-        startPending(null, seconds, addressesAfter(changed));
+        startPending(null, seconds, addressesAfter(changed), sent);
         return;
       }
       show($("network-error"), describe(error), "error");
@@ -611,9 +612,9 @@
     }
   }
 
-  function startPending(id, seconds, addresses) {
+  function startPending(id, seconds, addresses, since) {
     pending.id = id;
-    pending.deadline = Date.now() + seconds * 1000;
+    pending.deadline = (since || Date.now()) + seconds * 1000;
     pending.addresses = addresses || [];
     $("pending-unreachable").hidden = true;
     pendingShown(true);
@@ -631,7 +632,8 @@
     const left = Math.max(0, Math.ceil((pending.deadline - Date.now()) / 1000));
     const text = $("pending-text");
     text.replaceChildren(
-      document.createTextNode("Change " + (pending.id || "") + " is applied. Unless you confirm it, the host takes it back in "),
+      document.createTextNode((pending.id ? "Change " + pending.id : "The change") +
+        " is applied. Unless you confirm it, the host takes it back in "),
       el("span", { class: "count", id: "pending-seconds", text: String(left) }),
       document.createTextNode(" s."));
   }
