@@ -419,8 +419,9 @@ class SettingsPage(unittest.TestCase):
             v0 = "fieldset[data-adapter='v0'] input[data-attr='ipAddress']"
             self.set_value(self.find(v0), "192.0.2.11")
             self.review_and_apply(60)
-            self.find("#review-apply").click()
             moved = "http://192.0.2.11:%d/" % host.port
+            self.assertIn(moved, self.find("#review-moves").text, "the review warns first")
+            self.find("#review-apply").click()
             # Its own connection went with the old address: the page names the new one.
             self.wait("the page to name the new address",
                       lambda: moved in self.find("#pending-unreachable").text, 40)

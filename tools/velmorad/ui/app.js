@@ -515,6 +515,13 @@
       body.append(el("tr", null, el("td", { text: row[0] }), el("td", { text: row[1] }),
         el("td", { class: "before", text: row[2] || "(none)" }), el("td", { class: "after", text: row[3] || "(none)" })));
     }
+    const moved = reviewed.find(({ field: f }) => (f.attr === "ipAddress" || f.attr === "ipv6Address") &&
+      f.original === location.hostname.replace(/^\[|\]$/g, ""));
+    $("review-moves").hidden = !moved;
+    $("review-moves").textContent = moved
+      ? "This changes the address this page talks to (" + moved.field.original + "). Keep the confirmation window: " +
+        "you will confirm at " + urlAt(moved.field) + "."
+      : "";
     $("review-empty").hidden = reviewed.length > 0;
     $("review-table").hidden = reviewed.length === 0;
     $("review-apply").disabled = reviewed.length === 0;
@@ -542,13 +549,17 @@
 
   // Where the page can still reach the host when the change moves the address it was opened
   // at: the adapter's new address, with the same port.
+  function urlAt(f) {
+    const port = location.port ? ":" + location.port : "";
+    return "http://" + (f.attr === "ipv6Address" ? "[" + f.value + "]" : f.value) + port + "/";
+  }
+
   function addressesAfter(changed) {
     const here = location.hostname.replace(/^\[|\]$/g, "");
-    const port = location.port ? ":" + location.port : "";
     const moved = [];
     for (const { field: f } of changed) {
       if (f.attr !== "ipAddress" && f.attr !== "ipv6Address") continue;
-      const url = "http://" + (f.attr === "ipv6Address" ? "[" + f.value + "]" : f.value) + port + "/";
+      const url = urlAt(f);
       if (f.original === here) return [url];
       moved.push(url);
     }
