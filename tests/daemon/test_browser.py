@@ -294,6 +294,9 @@ class SettingsPage(unittest.TestCase):
         self.assertEqual(card.find_element("css selector", "input[data-attr='ipAddress']")
                          .get_attribute("value"), "192.0.2.10")
         self.assertEqual(self.dns_input().get_attribute("value"), "192.0.2.53")
+        dhcp = card.find_element("css selector", "input[type='checkbox'][disabled]")
+        self.assertIn("DHCP is not available", card.find_element(
+            "css selector", "#" + dhcp.get_attribute("aria-describedby")).text)
         self.wait("the write filter's answer", lambda: "not available on this system"
                   in self.find("#wf-unavailable").text)
         self.wait("the levels", lambda: self.find("select[data-name='velmorad']"))
@@ -347,6 +350,15 @@ class SettingsPage(unittest.TestCase):
     def test_3_change_reviewed_applied_and_confirmed(self):
         self.need_confirmation()
         self.sign_in()
+        # A well-formed gateway no link reaches: the daemon's refusal is shown at the field.
+        gateway = self.find("#host-body input[data-attr='defaultGateway']")
+        self.set_value(gateway, "203.0.113.1")
+        self.review_and_apply(60)
+        self.find("#review-apply").click()
+        self.wait("the daemon's refusal", lambda: "203.0.113.1" in self.find("#network-error").text)
+        self.assertEqual(gateway.get_attribute("aria-invalid"), "true")
+        self.assertFalse(self.find("#pending").is_displayed())
+        self.set_value(gateway, "192.0.2.1")
         self.set_value(self.dns_input(), "198.51.100.53")
         rows = self.review_and_apply(60)
         self.assertIn(["Host", "DNS servers", "192.0.2.53", "198.51.100.53"], rows)
