@@ -811,6 +811,9 @@
   function askFilterCommand(drive, command, row) {
     filterAsk = { drive, command, row };
     $("wf-dialog-text").textContent = "Set the boot command of drive " + drive + ": to \u201c" + commandName(command) + "\u201d?";
+    // Escape closes the dialog without a value of its own and leaves the last one: clear
+    // it, so that only the Set button sets.
+    $("wf-dialog").returnValue = "";
     $("wf-dialog").showModal();
   }
 
