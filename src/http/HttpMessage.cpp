@@ -182,6 +182,50 @@ int HttpMessage::getFieldInt(const char* name, int def) {
     return (value == 0 && text[0] != '0') ? def : value;
 }
 
+int HttpMessage::getFieldCount() const {
+    int count = 0;
+    for (HeaderField* f = first_; f != nullptr; f = f->next_)
+        ++count;
+    return count;
+}
+
+HttpMessage::BodyLength HttpMessage::getBodyLength(int64_t limit, int64_t* length) {
+    *length = 0;
+    const char* first = nullptr;  // the digits of the first length, leading zeros skipped
+    bool tooLarge = false;
+    int64_t value = 0;
+    for (HeaderField* f = first_; f != nullptr; f = f->next_) {
+        if (!equalsIgnoreCase(f->getName(), "Content-Length")) continue;
+        const char* text = f->getValue();
+        if (text == nullptr || *text == '\0' || f->getAttributes()->getCount() != 0)
+            return kBadLength;
+        for (const char* c = text; *c != '\0'; ++c) {
+            if (*c < '0' || *c > '9') return kBadLength;
+        }
+        while (text[0] == '0' && text[1] != '\0')
+            ++text;
+        if (first != nullptr) {
+            if (std::strcmp(first, text) != 0) return kBadLength;
+            continue;
+        }
+        first = text;
+        for (const char* c = text; *c != '\0' && !tooLarge; ++c) {
+            int digit = *c - '0';
+            if (limit - digit < 0 || value > (limit - digit) / 10) {
+                tooLarge = true;
+            } else {
+                value = value * 10 + digit;
+            }
+        }
+    }
+    bool coded = getField("Transfer-Encoding") != nullptr;
+    if (first == nullptr) return coded ? kTransferCoded : kNoBody;
+    if (coded) return kBadLength;
+    if (tooLarge) return kTooLarge;
+    *length = value;
+    return kLength;
+}
+
 bool HttpMessage::getFieldBoolean(const char* name, bool def) {
     const char* text = getField(name);
     if (equalsIgnoreCase(text, "true")) return true;

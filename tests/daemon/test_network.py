@@ -58,6 +58,8 @@ class NetworkEndpoint(unittest.TestCase):
             cls.proc.kill()
             raise RuntimeError("daemon did not start: %r" % line)
         cls.port = int(line.strip().rstrip("/").rsplit(":", 1)[1])
+        with open(os.path.join(cls.home, "lib", "velmorad.token")) as f:
+            cls.token = f.read().strip()
 
     @classmethod
     def tearDownClass(cls):
@@ -73,8 +75,10 @@ class NetworkEndpoint(unittest.TestCase):
 
     def request(self, method, body=None):
         c = http.client.HTTPConnection("127.0.0.1", self.port, timeout=20)
-        c.request(method, "/network", body=body,
-                  headers={"Content-Type": "text/xml"} if body is not None else {})
+        headers = {"Authorization": "Bearer " + self.token}
+        if body is not None:
+            headers["Content-Type"] = "text/xml"
+        c.request(method, "/network", body=body, headers=headers)
         r = c.getresponse()
         data = r.read()
         c.close()

@@ -42,13 +42,19 @@ class Daemon:
             raise RuntimeError("daemon did not start: %r %r" % (line, self.proc.stderr.read()))
         self.port = int(line.strip().rstrip("/").rsplit(":", 1)[1])
         self.log_line = self.proc.stdout.readline()
+        with open(os.path.join(self.home, "lib", "velmorad.token")) as f:
+            self.token = f.read().strip()
 
     def conn(self):
         return http.client.HTTPConnection("127.0.0.1", self.port, timeout=10)
 
-    def get(self, path, method="GET"):
+    def get(self, path, method="GET", headers=None):
+        """A request on a fresh connection; every change carries the token."""
+        headers = dict(headers or {})
+        if method not in ("GET", "HEAD"):
+            headers.setdefault("Authorization", "Bearer " + self.token)
         c = self.conn()
-        c.request(method, path)
+        c.request(method, path, headers=headers)
         r = c.getresponse()
         body = r.read()
         c.close()
@@ -129,7 +135,7 @@ def run_clients(d, clients, paths):
 class VelmoradTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.d = Daemon()
+        cls.d = Daemon("writeFilter.apply=true\n")
 
     @classmethod
     def tearDownClass(cls):
@@ -180,7 +186,7 @@ class VelmoradTest(unittest.TestCase):
             self.assertEqual(settings.get("usesAdapterLevelSettings"), "true", body)
             for a in adapters:
                 self.assertIsNotNone(a.find("dnsHosts"), body)
-        r, body = d.get("/network", method="POST")
+        r, body = d.get("/network", method="POST", headers={"Content-Type": "text/xml"})
         self.assertEqual(r.status, 403, "applying is off by default")
 
     def test_write_filter_without_the_filter_answers_503(self):
@@ -339,7 +345,7 @@ class WriteFilterTest(unittest.TestCase):
         fake = os.path.join(os.path.dirname(os.path.abspath(DAEMON)), "ewf-fake")
         if not LAUNCHER or not os.path.isdir(fake):
             raise unittest.SkipTest("the test filter library exists in the Windows build only")
-        cls.d = Daemon(env={"WINEPATH": "Z:" + fake.replace("/", "\\"),
+        cls.d = Daemon("writeFilter.apply=true\n", env={"WINEPATH": "Z:" + fake.replace("/", "\\"),
                         "VELMORA_FAKE_EWF": "C:1:0:4:5000000000 D:0:1:0:0"})
 
     @classmethod

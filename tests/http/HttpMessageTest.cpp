@@ -154,6 +154,49 @@ TEST(HttpMessage, ReadsHeadersUntilTheEmptyLine) {
     EXPECT_FALSE(noLf.read(bare.in()));
 }
 
+// The body length as a reader limited to 1000 bytes sees it: lengths never wrap, and heads
+// that two readers could frame differently are refused.
+TEST(HttpMessage, BodyLengthIsExactOrRefused) {
+    const struct {
+        const char* head;
+        HttpMessage::BodyLength kind;
+        int64_t length;
+    } cases[] = {
+        {"Host: a\r\n", HttpMessage::kNoBody, 0},
+        {"content-length: 17\r\n", HttpMessage::kLength, 17},
+        {"Content-Length: 1000\r\n", HttpMessage::kLength, 1000},
+        {"Content-Length: 0001000\r\n", HttpMessage::kLength, 1000},
+        {"Content-Length: 1001\r\n", HttpMessage::kTooLarge, 0},
+        {"Content-Length: 4294967301\r\n", HttpMessage::kTooLarge, 0},            // 2^32 + 5
+        {"Content-Length: 18446744073709551621\r\n", HttpMessage::kTooLarge, 0},  // 2^64 + 5
+        {"Content-Length: 5\r\nContent-Length: 005\r\n", HttpMessage::kLength, 5},
+        {"Content-Length: 5\r\nContent-Length: 6\r\n", HttpMessage::kBadLength, 0},
+        {"Content-Length: 5\r\nContent-Length: 4294967301\r\n", HttpMessage::kBadLength, 0},
+        {"Content-Length: 5, 6\r\n", HttpMessage::kBadLength, 0},
+        {"Content-Length: -5\r\n", HttpMessage::kBadLength, 0},
+        {"Content-Length: 5x\r\n", HttpMessage::kBadLength, 0},
+        {"Content-Length: 5\r\nTransfer-Encoding: chunked\r\n", HttpMessage::kBadLength, 0},
+        {"Transfer-Encoding: chunked\r\n", HttpMessage::kTransferCoded, 0},
+    };
+    for (const auto& c : cases) {
+        Wire wire;
+        ASSERT_TRUE(wire.pair.accepted);
+        wire.send(std::string(c.head) + "\r\n");
+        HttpMessage m(nullptr, nullptr);
+        ASSERT_TRUE(m.read(wire.in())) << c.head;
+        int64_t length = -1;
+        EXPECT_EQ(m.getBodyLength(1000, &length), c.kind) << c.head;
+        EXPECT_EQ(length, c.length) << c.head;
+    }
+    HttpMessage none(nullptr, nullptr);
+    int64_t length = -1;
+    none.addField("Content-Length", "5");
+    EXPECT_EQ(none.getBodyLength(0, &length), HttpMessage::kTooLarge) << "nothing fits in 0";
+    none.addField("X", "y");
+    none.addField(new HeaderField("no colon"));
+    EXPECT_EQ(none.getFieldCount(), 3) << "what was added, named or not";
+}
+
 TEST(HttpRequest, RequestLineGivesMethodPathQueryAndVersion) {
     Wire wire;
     ASSERT_TRUE(wire.pair.accepted);

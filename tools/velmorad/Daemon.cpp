@@ -14,6 +14,7 @@
 
 #include "Exchange.h"
 #include "HostServices.h"
+#include "LogSafe.h"
 
 namespace velmorad {
 
@@ -103,12 +104,10 @@ bool equalsIgnoreCase(const char* a, const char* b) {
 }
 
 // Reads a request body into `body` so that a route can use it and the next request
-// starts where it should; false when the body is too large or does not arrive. A client
-// that waits for leave to send it (Expect: 100-continue, as curl does) is given leave.
-bool readBody(velmora::HttpRequest& request, velmora::SocketInput* in, velmora::Socket* socket,
-              std::string* body) {
-    int length = request.getFieldInt("Content-Length", 0);
-    if (length < 0 || length > 1024 * 1024) return false;
+// starts where it should; false when the body does not arrive. A client that waits for
+// leave to send it (Expect: 100-continue, as curl does) is given leave.
+bool readBody(velmora::HttpRequest& request, int64_t length, velmora::SocketInput* in,
+              velmora::Socket* socket, std::string* body) {
     if (length > 0 && equalsIgnoreCase(request.getField("Expect"), "100-continue") &&
         socket->getOutput() != nullptr) {
         socket->getOutput()->writeString("HTTP/1.1 100 Continue\r\n\r\n");
@@ -116,7 +115,9 @@ bool readBody(velmora::HttpRequest& request, velmora::SocketInput* in, velmora::
     }
     char chunk[4096];
     while (length > 0) {
-        int n = in->read(chunk, length < static_cast<int>(sizeof chunk) ? length : sizeof chunk);
+        int n = in->read(chunk, length < static_cast<int64_t>(sizeof chunk)
+                                    ? static_cast<int>(length)
+                                    : static_cast<int>(sizeof chunk));
         if (n <= 0) return false;
         body->append(chunk, static_cast<size_t>(n));
         length -= n;
@@ -310,23 +311,35 @@ void Daemon::serve(velmora::Socket* socket) {
                    http11 ? !equalsIgnoreCase(connection, "close")
                           : equalsIgnoreCase(connection, "keep-alive")};
         if (n + 1 >= settings_.keepAliveRequests || stopping_.load()) x.keepAlive = false;
+        if (socket->getInetAddress() != nullptr)
+            x.peer = socket->getInetAddress()->getHostAddress();
         bool unread = false;
+        int64_t length = 0;
+        velmora::HttpMessage::BodyLength framing = request.getBodyLength(1024 * 1024, &length);
         if (std::strncmp(version, "HTTP/1.", 7) != 0) {
             x.replyError(505, "only HTTP/1.x is served");
             unread = true;
-        } else if (request.getField("Transfer-Encoding") != nullptr) {
+        } else if (framing == velmora::HttpMessage::kBadLength) {
+            x.replyError(400,
+                         "Content-Length is not one decimal length, or comes with "
+                         "Transfer-Encoding");
+            unread = true;
+        } else if (framing == velmora::HttpMessage::kTransferCoded) {
             x.replyError(501, "request bodies must come with a Content-Length");
             unread = true;
-        } else if (!readBody(request, &in, socket, &x.requestBody)) {
-            x.replyError(413, "request body too large or incomplete");
+        } else if (framing == velmora::HttpMessage::kTooLarge) {
+            x.replyError(413, "request body too large");
+            unread = true;
+        } else if (!readBody(request, length, &in, socket, &x.requestBody)) {
+            x.replyError(400, "request body incomplete");
             unread = true;
         } else {
             route(x);
         }
         countRequest();
         char line[512];
-        std::snprintf(line, sizeof line, "%s %.300s %d %ld", request.getMethod(),
-                      request.getEncodedURI(), x.status, x.bytes);
+        std::snprintf(line, sizeof line, "%s %.300s %d %ld", logSafe(request.getMethod()).c_str(),
+                      logSafe(request.getEncodedURI()).c_str(), x.status, x.bytes);
         access_->message(line);
         if (unread && !in.getSocketError()) lingeringClose(socket, in);
         if (!x.keepAlive || socket->getOutput() == nullptr ||

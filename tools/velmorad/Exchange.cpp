@@ -78,8 +78,8 @@ void Exchange::reply(int code, const char* type, const std::string& body, bool c
     response.setField("Content-Type", type);
     response.setFieldInt("Content-Length", static_cast<int>(body.size()));
     if (allow != nullptr) response.setField("Allow", allow);
-    for (const auto& field : fields)
-        response.setField(field.first.c_str(), field.second.c_str());
+    for (const auto& f : fields)
+        response.setField(f.first.c_str(), f.second.c_str());
     if (!keepAlive) {
         response.setField("Connection", "close");
     } else if (request != nullptr && std::strcmp(request->getVersion(), "HTTP/1.0") == 0) {

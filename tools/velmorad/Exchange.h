@@ -23,8 +23,9 @@ struct Exchange {
     long bytes = 0;
     const char* allow = nullptr;  // the methods an answer 405 names
     std::string requestBody{};    // the request body (Content-Length bytes)
-    // Further header fields of the answer (name, value), written by reply().
-    std::vector<std::pair<std::string, std::string>> fields{};
+    std::string peer{};           // the connection's remote address, set where it was accepted
+    std::string client{};         // who asked: the peer, or whom a trusted proxy names (the guard)
+    std::vector<std::pair<std::string, std::string>> fields{};  // further fields of the answer
 
     // The value of a query parameter, decoded; `def` when absent.
     std::string query(const char* name, const char* def) const;

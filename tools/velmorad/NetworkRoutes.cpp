@@ -32,6 +32,7 @@
 #include <vector>
 
 #include "Daemon.h"
+#include "LogSafe.h"
 #include "Reports.h"
 
 namespace velmorad {
@@ -153,7 +154,7 @@ void apply(Exchange& x, const NetworkOptions& options) {
         answer = document(host, &readErrors);
     }
     for (const std::string& t : reports.texts)
-        x.daemon->log()->warning(("network: " + t).c_str());
+        x.daemon->log()->warning(("network: " + logSafe(t)).c_str());
     // What was applied before a failure stays applied: the message lists every report.
     if (result != 0 || !reports.texts.empty()) {
         x.replyError(400, reports.joined().c_str());

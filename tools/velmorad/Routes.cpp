@@ -13,6 +13,7 @@
 
 #include "Daemon.h"
 #include "Exchange.h"
+#include "Guard.h"
 #include "NetworkRoutes.h"
 #include "Reports.h"
 #include "UiRoutes.h"
@@ -155,6 +156,7 @@ void methodNotAllowed(Exchange& x, const char* allow) {
 }  // namespace
 
 void route(Exchange& x) {
+    if (!Guard::check(x)) return;
     const char* method = x.request->getMethod();
     bool get = std::strcmp(method, "GET") == 0 || x.head;
     std::string path = x.request->getDecodedURI();

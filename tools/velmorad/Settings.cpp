@@ -32,14 +32,26 @@ const char kDefaultSettings[] =
     "# bytes beyond which the log is rotated while the daemon runs (0: only at start)\n"
     "logMaxBytes=10485760\n"
     "# true lets POST /network change the host's network settings (needs CAP_NET_ADMIN)\n"
-    "network.apply=false\n";
+    "network.apply=false\n"
+    "# true lets POST /write-filter set the write filter's boot command\n"
+    "writeFilter.apply=false\n"
+    "# the token that every change needs (velmorad token prints it)\n"
+    "auth.tokenFile=lib/velmorad.token\n"
+    "# Host names this daemon answers to besides its address and localhost (a proxy's name)\n"
+    "allowedHosts=\n"
+    "# proxies (addresses) whose X-Forwarded-For names the client\n"
+    "trustedProxies=\n"
+    "# true lets the daemon listen beyond loopback (plain HTTP: prefer a TLS proxy)\n"
+    "remote.allow=false\n";
 
 void usage() {
     std::printf(
         "usage: velmorad [--bind ADDR] [--port N] [--home DIR] [--config FILE]\n"
         "  serves the platform's HTTP interface; default 127.0.0.1:8080, home from\n"
         "  VELMORA_HOME or the current directory, settings from FILE or else\n"
-        "  lib/velmorad.properties in the home\n");
+        "  lib/velmorad.properties in the home\n"
+        "       velmorad token [--new] [--home DIR] [--config FILE]\n"
+        "  prints the token that changes need (made when missing); --new replaces it\n");
 }
 
 bool number(const char* text, int* out) {
@@ -51,6 +63,12 @@ bool number(const char* text, int* out) {
 }
 
 }  // namespace
+
+std::string Settings::tokenPath() const {
+    bool absolute = !tokenFile.empty() && (tokenFile[0] == '/' || tokenFile[0] == '\\' ||
+                                           (tokenFile.size() > 1 && tokenFile[1] == ':'));
+    return absolute ? tokenFile : home + "/" + tokenFile;
+}
 
 bool loadSettings(int argc, char** argv, Settings* s) {
     const char* bind = nullptr;
@@ -112,6 +130,15 @@ bool loadSettings(int argc, char** argv, Settings* s) {
     s->keepAliveRequests = map->getInt("keepAliveRequests", s->keepAliveRequests);
     s->logBackups = map->getInt("logBackups", s->logBackups);
     s->logMaxBytes = map->getInt("logMaxBytes", s->logMaxBytes);
+    map->get("auth.tokenFile", text, sizeof text - 1, s->tokenFile.c_str());
+    s->tokenFile = text;
+    map->get("auth.reads", text, sizeof text - 1, "");
+    if (text[0] != '\0') s->authReads = map->getBoolean("auth.reads", false) ? 1 : 0;
+    map->get("allowedHosts", text, sizeof text - 1, "");
+    s->allowedHosts = text;
+    map->get("trustedProxies", text, sizeof text - 1, "");
+    s->trustedProxies = text;
+    s->remoteAllow = map->getBoolean("remote.allow", false);
     if (bind != nullptr) s->bind = bind;
     if (port >= 0) s->port = port;
     if (!velmora::FileUtil::verifyPath(s->logFile().c_str())) {

@@ -18,12 +18,19 @@ struct Settings {
     int keepAliveRequests = 100;    // requests on one connection
     int logBackups = 5;
     int logMaxBytes = 10 * 1024 * 1024;  // the log is rotated while running beyond this; 0: never
+    // Who may ask what (the guard in front of every route):
+    std::string tokenFile = "lib/velmorad.token";  // auth.tokenFile, relative to the home
+    int authReads = -1;          // auth.reads: reads need the token; -1: when bound beyond loopback
+    std::string allowedHosts;    // Host names besides the bound address and localhost, commas
+    bool remoteAllow = false;    // remote.allow: may listen beyond loopback
+    std::string trustedProxies;  // addresses whose X-Forwarded-For names the client, commas
 
     std::string settingsFile() const {
         return config.empty() ? home + "/lib/velmorad.properties" : config;
     }
     std::string logFile() const { return home + "/logs/velmorad.log"; }
     std::string levelsFile() const { return home + "/logs/levels.properties"; }
+    std::string tokenPath() const;
 };
 
 // Reads the command line (--bind ADDR --port N --home DIR --config FILE, --help) and the settings file.

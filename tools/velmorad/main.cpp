@@ -11,12 +11,15 @@
 #include <velmora/xml/XWriter.h>
 
 #include <cstdio>
+#include <cstring>
 #include <memory>
 
 #include "Daemon.h"
+#include "Guard.h"
 #include "HostServices.h"
 #include "RotatingLog.h"
 #include "Settings.h"
+#include "Token.h"
 
 namespace {
 
@@ -29,8 +32,10 @@ void onStop() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc > 1 && std::strcmp(argv[1], "token") == 0) return velmorad::tokenCommand(argc, argv);
     velmorad::Settings settings;
     if (!velmorad::loadSettings(argc, argv, &settings)) return 2;
+    if (!velmorad::mayListen(settings)) return 2;
     if (!velmorad::startSockets()) {
         std::fprintf(stderr, "velmorad: the socket library did not start\n");
         return 1;
@@ -45,6 +50,16 @@ int main(int argc, char** argv) {
     levels.get("access");
     // A first start leaves a levels file that names the daemon's logs, ready to edit.
     if (!velmora::FileUtil::isFileRegular(settings.levelsFile().c_str())) levels.save();
+    velmorad::Token token(settings.tokenPath());
+    bool created = false;
+    std::string problem;
+    if (!token.open(false, &created, &problem)) {
+        std::fprintf(stderr, "velmorad: %s\n", problem.c_str());
+        return 1;
+    }
+    if (created) log->message(("velmorad: wrote a new token to " + token.path()).c_str());
+    velmorad::Guard guard(settings, &token, log);
+    velmorad::Guard::install(&guard);
     int status = 0;
     {
         velmorad::Daemon daemon(settings, log, &levels);
@@ -67,6 +82,7 @@ int main(int argc, char** argv) {
             running = nullptr;
         }
     }
+    velmorad::Guard::install(nullptr);
     velmora::Icmp::unload();
     velmora::HttpResponse::unload();
     velmora::Http::unload();

@@ -9,6 +9,7 @@
 //   response.commit();  // head written and flushed
 #pragma once
 
+#include <cstdint>
 #include <ctime>
 
 #include <velmora/http/HeaderField.h>
@@ -63,6 +64,18 @@ public:
     // 0 when the field holds a header date, else -1.
     int getFieldTime(const char* name, struct tm* out);
     HeaderField* getFirstField() const { return first_; }
+    // The number of fields in the list.
+    int getFieldCount() const;
+
+    // What the head says about the body that follows it, for a reader that takes at most
+    // `limit` bytes. "Content-Length" must be decimal digits alone; it is read without
+    // wrapping, so a value beyond `limit` (however many digits) is kTooLarge and never a
+    // smaller number. Several "Content-Length" fields must agree, and a message may not
+    // carry both a length and "Transfer-Encoding": either is kBadLength, since two readers
+    // of such a message can disagree on where it ends. `length` gets the length for
+    // kLength and 0 otherwise.
+    enum BodyLength { kNoBody, kLength, kTooLarge, kBadLength, kTransferCoded };
+    BodyLength getBodyLength(int64_t limit, int64_t* length);
 
     // Whether the connection should close after this message: with a known length, whether
     // "Connection" says "close"; without one, the field "Connection: close" is set and the
