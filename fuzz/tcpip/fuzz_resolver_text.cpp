@@ -75,6 +75,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         checkRewrite(text, ipv6, {});
     }
     check(ResolverText::withDomain(text, ResolverText::domain(text)) == text);
+    check(ResolverText::hostNameOf(ResolverText::withHostName(text, "ns-x")) == "ns-x");
     for (const char* domain : {"example.org", ""}) {
         std::string after = ResolverText::withDomain(text, domain);
         check(ResolverText::domain(after) == domain);

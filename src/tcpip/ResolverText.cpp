@@ -1,5 +1,6 @@
 #include "tcpip/ResolverText.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace velmora {
@@ -214,19 +215,16 @@ std::vector<std::string> ResolverText::nameservers(const std::string& text, bool
     return out;
 }
 
+// The C library's resolver takes whichever of "domain" and "search" comes last.
 std::string ResolverText::domain(const std::string& text) {
-    std::string domainWord, searchWord;
-    bool haveDomain = false;
+    std::string word;
     std::vector<std::string> words;
     for (const Line& line : splitLines(text)) {
-        if (keywordWords(text, line, "domain", &words)) {
-            haveDomain = true;
-            domainWord = words.empty() ? "" : words[0];
-        } else if (keywordWords(text, line, "search", &words)) {
-            searchWord = words.empty() ? "" : words[0];
-        }
+        if (keywordWords(text, line, "domain", &words) ||
+            keywordWords(text, line, "search", &words))
+            word = words.empty() ? "" : words[0];
     }
-    return haveDomain ? domainWord : searchWord;
+    return word;
 }
 
 std::string ResolverText::withNameservers(const std::string& text, bool ipv6,
@@ -238,10 +236,25 @@ std::string ResolverText::withNameservers(const std::string& text, bool ipv6,
         if (owned == lines.size() && serverOf(text, lines[i], ipv6, &server)) owned = i;
         if (isNameserverLine(text, lines[i])) lastNameserver = i;
     }
+    // A server that stays keeps its own line, with whatever follows its address.
+    std::vector<std::pair<std::string, std::string>> kept;
+    for (const Line& line : lines) {
+        if (serverOf(text, line, ipv6, &server))
+            kept.emplace_back(server, text.substr(line.start, line.length));
+    }
     std::string out;
     auto writeServers = [&]() {
-        for (const std::string& s : servers)
-            appendLine(&out, "nameserver " + s);
+        for (const std::string& s : servers) {
+            auto same = std::find_if(
+                kept.begin(), kept.end(),
+                [&s](const std::pair<std::string, std::string>& k) { return k.first == s; });
+            if (same != kept.end()) {
+                appendLine(&out, same->second);
+                kept.erase(same);
+            } else {
+                appendLine(&out, "nameserver " + s);
+            }
+        }
     };
     bool written = false;
     for (size_t i = 0; i < lines.size(); ++i) {
@@ -266,36 +279,62 @@ std::string ResolverText::withDomain(const std::string& text, const std::string&
     if (domain == ResolverText::domain(text)) return text;
     std::vector<Line> lines = splitLines(text);
     std::vector<std::string> words;
-    size_t lastDomain = lines.size(), lastSearch = lines.size();
+    size_t last = lines.size();  // the line that decides: the last domain or search line
     for (size_t i = 0; i < lines.size(); ++i) {
-        if (keywordWords(text, lines[i], "domain", &words)) lastDomain = i;
-        if (keywordWords(text, lines[i], "search", &words)) lastSearch = i;
+        if (keywordWords(text, lines[i], "domain", &words) ||
+            keywordWords(text, lines[i], "search", &words))
+            last = i;
     }
     std::string out;
     for (size_t i = 0; i < lines.size(); ++i) {
         bool isDomainLine = keywordWords(text, lines[i], "domain", &words);
         bool isSearchLine = !isDomainLine && keywordWords(text, lines[i], "search", &words);
         if (domain.empty() && (isDomainLine || isSearchLine)) {
-            // No domain at all: a search line left behind would still answer one.
+            // No domain at all: a line left behind would still answer one.
             continue;
         }
-        if (isDomainLine) {
-            // Every domain line is ours; the new one takes the place of the last.
-            if (i == lastDomain) appendLine(&out, "domain " + domain);
-            continue;
-        }
-        if (lastDomain == lines.size() && i == lastSearch) {
+        if (i != last) {
+            appendOriginal(&out, text, lines[i]);
+        } else if (isDomainLine) {
+            appendLine(&out, "domain " + domain);
+        } else {
             if (!words.empty()) words.erase(words.begin());
             std::string line = "search " + domain;
             for (const std::string& w : words)
                 line += " " + w;
             appendLine(&out, line);
-            continue;
         }
-        appendOriginal(&out, text, lines[i]);
     }
-    if (lastDomain == lines.size() && lastSearch == lines.size() && !domain.empty())
-        appendLine(&out, "domain " + domain);
+    if (last == lines.size() && !domain.empty()) appendLine(&out, "domain " + domain);
+    return out;
+}
+
+// The host-name file: the first line that is neither blank nor a comment holds the name.
+std::string ResolverText::hostNameOf(const std::string& text) {
+    for (const Line& line : splitLines(text)) {
+        std::string content = text.substr(line.start, line.length);
+        size_t first = content.find_first_not_of(" \t\r");
+        if (first == std::string::npos || content[first] == '#') continue;
+        size_t end = content.find_last_not_of(" \t\r");
+        return content.substr(first, end - first + 1);
+    }
+    return "";
+}
+
+std::string ResolverText::withHostName(const std::string& text, const std::string& name) {
+    std::string out;
+    bool written = false;
+    for (const Line& line : splitLines(text)) {
+        std::string content = text.substr(line.start, line.length);
+        size_t first = content.find_first_not_of(" \t\r");
+        if (!written && first != std::string::npos && content[first] != '#') {
+            appendLine(&out, name);
+            written = true;
+        } else {
+            appendOriginal(&out, text, line);
+        }
+    }
+    if (!written) appendLine(&out, name);
     return out;
 }
 

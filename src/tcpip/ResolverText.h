@@ -40,18 +40,25 @@ public:
 
     // The servers of one family in file order.
     static std::vector<std::string> nameservers(const std::string& text, bool ipv6);
-    // The last "domain" line's word, else the first word of the last "search" line.
+    // The domain the C library uses: the word of the last "domain" line or the first word
+    // of the last "search" line, whichever comes later.
     static std::string domain(const std::string& text);
     // The file with the servers of one family replaced by `servers` (written one per
     // "nameserver" line where the first such line stood; after the last nameserver line,
-    // or at the end, when there was none).
+    // or at the end, when there was none). A server that stays keeps its own line, with a
+    // comment after the address.
     static std::string withNameservers(const std::string& text, bool ipv6,
                                        const std::vector<std::string>& servers);
-    // The file with `domain` as its domain: the last "domain" line replaced (the others
-    // dropped), else the first word of the last "search" line, else a "domain" line
-    // appended. An empty domain removes every "domain" and "search" line. Unchanged when
-    // `domain` is already the answer of domain().
+    // The file with `domain` as its domain: the line that decides (see domain()) gets the
+    // new word, the others stay; without one a "domain" line is appended. An empty domain
+    // removes every "domain" and "search" line. Unchanged when `domain` is already the
+    // answer of domain().
     static std::string withDomain(const std::string& text, const std::string& domain);
+
+    // The host-name file: the name is its first line that is neither blank nor a comment.
+    static std::string hostNameOf(const std::string& text);
+    // The file with `name` on that line (appended when there is none), the rest kept.
+    static std::string withHostName(const std::string& text, const std::string& name);
 };
 
 }  // namespace velmora

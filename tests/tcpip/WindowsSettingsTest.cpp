@@ -7,16 +7,22 @@
 #include <velmora/net/InetAddress.h>
 #include <velmora/tcpip/TcpIpAdapterSettings.h>
 #include <velmora/tcpip/TcpIpHostSettings.h>
+#include <velmora/tcpip/TcpIpSnapshot.h>
+#include <velmora/text/StringReader.h>
 #include <velmora/vre/Vre.h>
 #include <velmora/vre/VreCore.h>
+#include <velmora/xml/XElem.h>
+#include <velmora/xml/XParser.h>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <deque>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -688,6 +694,60 @@ TEST_F(WindowsSettings, Ipv6FlagInSystemProperties) {
     EXPECT_EQ(log.reports[0], "||TcpIpHostSettings::setVelmoraUsesIpv6 - unable to update " +
                                   dir.file("blocked") + "/lib/system.properties");
     delete Vre::setInstance(before);
+}
+
+// All or nothing on Windows: the capture is the document read before, so a document that
+// fails part-way is followed by the WMI calls that apply the former values again; a saved
+// capture does the same when loaded. The host name goes to the test's own registry key.
+TEST_F(WindowsSettings, AFailedApplyAppliesTheFormerDocumentAgain) {
+    IP_ADAPTER_ADDRESSES* a = ip.addAdapter(L"LAN", "{A}", 2, 0, 0x01);
+    ip.addUnicast(a, "10.0.0.2");
+    ip.add(a->FirstGatewayAddress, "10.0.0.1");
+    ip.add(a->FirstDnsServerAddress, "10.0.0.53");
+    IP_ADAPTER_INFO* info = ip.addInfo("{A}", 2, 0x81);
+    snprintf(info->IpAddressList.IpMask.String, 16, "255.255.255.0");
+    HKEY key = nullptr;
+    RegCreateKeyA(HKEY_CURRENT_USER, kTestKey, &key);
+    RegCloseKey(key);
+    HostSystemWin32::substituteMachineRoot(&openTestRoot);
+    TcpIpHostSettings* host = TcpIpHostSettings::getInstance(&log);
+    const std::string mac = "00:1A:2B:3C:4D:81";
+    const char* changed =
+        "<tcpIpSettings><adapters><adapter id=\"LAN\" enabled=\"true\" ipAddress=\"10.0.0.7\" "
+        "subnetMask=\"255.255.255.0\" defaultGateway=\"10.0.0.9\"/><adapter id=\"nope\"/>"
+        "</adapters></tcpIpSettings>";
+    StringReader in(changed, static_cast<int>(std::strlen(changed)));
+    XParser parser(&in);
+    std::unique_ptr<XElem> root(parser.parse(true));
+    EXPECT_EQ(TcpIpSnapshot::applyAllOrNothing(host, root.get(), &log), -1);
+    Strings applied = wmi.calls;
+    ASSERT_GE(applied.size(), 3u);
+    EXPECT_EQ(applied[0], "EnableStatic " + mac + " 10.0.0.7 255.255.255.0");
+    EXPECT_EQ(applied[1], "SetGateways " + mac + " 10.0.0.9");
+    EXPECT_NE(std::find(applied.begin() + 2, applied.end(),
+                        "EnableStatic " + mac + " 10.0.0.2 255.255.255.0"),
+              applied.end())
+        << "the former address applied again";
+    EXPECT_NE(std::find(applied.begin() + 2, applied.end(), "SetGateways " + mac + " 10.0.0.1"),
+              applied.end());
+    ASSERT_FALSE(log.reports.empty());
+    EXPECT_EQ(log.reports.back(),
+              "platform|TcpIpSnapshot.restored|The former network settings were restored");
+
+    test::TempDir dir;
+    std::unique_ptr<TcpIpSnapshot> taken(TcpIpSnapshot::take(host, &log));
+    ASSERT_EQ(taken->save(dir.file("capture").c_str(), &log), 0);
+    std::unique_ptr<TcpIpSnapshot> loaded(
+        TcpIpSnapshot::load(host, dir.file("capture").c_str(), &log));
+    ASSERT_NE(loaded, nullptr);
+    wmi.calls.clear();
+    loaded->restore(&log);
+    EXPECT_NE(std::find(wmi.calls.begin(), wmi.calls.end(),
+                        "EnableStatic " + mac + " 10.0.0.2 255.255.255.0"),
+              wmi.calls.end());
+    EXPECT_TRUE(loaded->matches(&log));
+    RegDeleteTreeA(HKEY_CURRENT_USER, kTestKey);
+    RegDeleteKeyA(HKEY_CURRENT_USER, kTestKey);
 }
 
 }  // namespace

@@ -15,6 +15,7 @@
 #include "Exchange.h"
 #include "HostServices.h"
 #include "LogSafe.h"
+#include "NetworkRoutes.h"
 
 namespace velmorad {
 
@@ -152,6 +153,7 @@ void Daemon::stop() {
 }
 
 void Daemon::run() {
+    resumeNetworkChanges(this);
     bool ipv6 = server_->getInetAddress() != nullptr && server_->getInetAddress()->getIsIpv6();
     while (!stopping_.load()) {
         velmora::Socket* socket = ipv6 ? server_->accept6() : server_->accept();
@@ -178,6 +180,7 @@ void Daemon::run() {
     poolWake_.notify_all();
     for (std::thread& t : workers)
         t.join();
+    endNetworkChanges();
     server_->close();
 }
 

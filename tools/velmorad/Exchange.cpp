@@ -80,6 +80,8 @@ void Exchange::reply(int code, const char* type, const std::string& body, bool c
     if (allow != nullptr) response.setField("Allow", allow);
     for (const auto& f : fields)
         response.setField(f.first.c_str(), f.second.c_str());
+    for (const auto& h : headers)
+        response.setField(h.first.c_str(), h.second.c_str());
     if (!keepAlive) {
         response.setField("Connection", "close");
     } else if (request != nullptr && std::strcmp(request->getVersion(), "HTTP/1.0") == 0) {

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <string>
 
 namespace velmorad {
 
@@ -17,6 +18,12 @@ void installStopHandler(void (*onStop)());
 void interruptListener(uint64_t handle);
 // The local port of a bound handle, or -1.
 int localPort(uint64_t handle);
+// The local address of a connected handle as 4 or 16 bytes (an IPv4-mapped IPv6 address
+// as its 4): 4 or 6, or 0 when it cannot be had.
+int localAddress(uint64_t handle, unsigned char* bytes16);
+// The name of the network interface that holds the address (`family` 4 or 6), or "" when
+// none does or the system cannot say (Windows: the adapter list is the library's).
+std::string interfaceOf(const unsigned char* bytes16, int family);
 // Sends small writes at once (no Nagle delay): an answer's head and body leave as two
 // writes, and a keep-alive client would otherwise wait for a delayed acknowledgement.
 void setNoDelay(uint64_t handle);

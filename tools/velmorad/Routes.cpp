@@ -178,7 +178,7 @@ void route(Exchange& x) {
         } else {
             methodNotAllowed(x, "GET, HEAD, POST");
         }
-    } else if (path == "/network") {
+    } else if (path == "/network" || path.compare(0, 9, "/network/") == 0) {
         network(x, get);
     } else if (path == "/write-filter") {
         if (get) {

@@ -6,10 +6,13 @@
 #include <velmora/log/MessageBundle.h>
 
 #include "tcpip/ResolverText.h"
+#include "tcpip/linux/KernelRecords.h"
 #include "tcpip/linux/LinuxNetwork.h"
 #include "tcpip/linux/Netlink.h"
+#include "tcpip/linux/RtMessage.h"
 
 #include <linux/if_addr.h>
+#include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <net/if_arp.h>
@@ -139,21 +142,117 @@ std::string driverOf(const char* id) {
     return slash != nullptr ? slash + 1 : target;
 }
 
-// Deletes `remove` and adds `add`; when the add fails, what was removed is put back so
-// that the link keeps its former address. 0 or errno.
-int swapAddresses(const std::vector<netlink::Address>& remove, const netlink::Address* add) {
-    int result = 0;
-    for (const netlink::Address& a : remove) {
-        result = netlink::deleteAddress(a);
-        if (result == EADDRNOTAVAIL) result = 0;  // went with an earlier one
-        if (result != 0) break;
+// The record of `family` address `bytes`/`prefix` on `index`, made from `model` (the
+// record it replaces: label, flags and lifetimes stay) or from nothing.
+std::string addressRecord(const std::string& model, int family, int index,
+                          const unsigned char* bytes, int prefix) {
+    size_t size = family == AF_INET ? 4 : 16;
+    if (model.empty()) {
+        // What the kernel needs for a new permanent address; it fills in the rest.
+        std::string m(NLMSG_SPACE(sizeof(ifaddrmsg)), '\0');
+        nlmsghdr h{};
+        h.nlmsg_type = RTM_NEWADDR;
+        h.nlmsg_len = static_cast<unsigned>(m.size());
+        ifaddrmsg a{};
+        a.ifa_family = static_cast<unsigned char>(family);
+        a.ifa_index = static_cast<unsigned>(index);
+        std::memcpy(&m[0], &h, sizeof h);
+        std::memcpy(&m[NLMSG_HDRLEN], &a, sizeof a);
+        RtMessage r(m);
+        // Every attribute the kernel will list for the address, so that the record made
+        // here and the one listed compare equal.
+        unsigned flags = IFA_F_PERMANENT;
+        r.set(IFA_ADDRESS, bytes, size);
+        r.set(IFA_FLAGS, &flags, 4);
+        char name[IF_NAMESIZE] = "";
+        if (family == AF_INET) {
+            unsigned char none[4] = {};
+            r.set(IFA_LOCAL, bytes, size);
+            r.set(IFA_BROADCAST, none, 4);  // computed below, as `ip addr add ... brd +` does
+            if (if_indextoname(static_cast<unsigned>(index), name) != nullptr)
+                r.set(IFA_LABEL, name, std::strlen(name) + 1);
+        }
+        return addressRecord(r.bytes(), family, index, bytes, prefix);
     }
-    if (result == 0 && add != nullptr) result = netlink::addAddress(*add);
-    if (result != 0) {
-        for (const netlink::Address& a : remove)
-            netlink::addAddress(a);
+    RtMessage r(model);
+    r.setPrefixLength(prefix);
+    // IPv4 names the address as IFA_LOCAL (IFA_ADDRESS being the peer, the same on a
+    // broadcast link); IPv6 lists only IFA_ADDRESS unless there is a peer.
+    r.set(IFA_ADDRESS, bytes, size);
+    if (family == AF_INET) r.set(IFA_LOCAL, bytes, size);
+    bool hasBroadcast = r.get(IFA_BROADCAST, nullptr);
+    if (family == AF_INET && hasBroadcast && prefix < 31) {
+        // The broadcast address that `ip addr add ... brd +` would set.
+        unsigned char broadcast[4];
+        for (int i = 0; i < 4; ++i) {
+            int bits = prefix - 8 * i;
+            unsigned char mask = bits >= 8 ? 0xFF : bits <= 0 ? 0 : (0xFF << (8 - bits)) & 0xFF;
+            broadcast[i] = static_cast<unsigned char>(bytes[i] | ~mask);
+        }
+        r.set(IFA_BROADCAST, broadcast, 4);
+    } else {
+        r.erase(IFA_BROADCAST);
     }
-    return result;
+    return r.bytes();
+}
+
+bool sameAddress(const std::string& record, const unsigned char* bytes, size_t size) {
+    std::string v;
+    RtMessage r(record);
+    return (r.get(IFA_LOCAL, &v) || r.get(IFA_ADDRESS, &v)) && v.size() >= size &&
+           std::memcmp(v.data(), bytes, size) == 0;
+}
+
+// The record of the address `bytes` on link `index`, or empty.
+std::string recordOf(int family, int index, const unsigned char* bytes) {
+    std::vector<std::string> all;
+    if (linuxnet::dumpRecords(false, family, &all) != 0) return "";
+    for (const std::string& m : linuxnet::onLink(all, index)) {
+        if (sameAddress(m, bytes, family == AF_INET ? 4 : 16)) return m;
+    }
+    return "";
+}
+
+// Replaces the address record `old` of link `index` by `replacement` (empty: removes it)
+// and keeps every other address of the link in its place and every route the change took
+// with it. The number of failures, each reported.
+int replaceAddress(int family, int index, const std::string& old, const std::string& replacement,
+                   ErrorHandler* err) {
+    std::vector<std::string> all, routes, wanted;
+    int code = linuxnet::dumpRecords(false, family, &all);
+    if (code == 0) code = linuxnet::dumpRecords(true, family, &routes);
+    if (code != 0) {
+        linuxnet::reportSystem(err, kKey, "Cannot read the addresses", code);
+        return 1;
+    }
+    size_t size = family == AF_INET ? 4 : 16;
+    std::string newBytes;
+    if (!replacement.empty() && !RtMessage(replacement).get(IFA_LOCAL, &newBytes))
+        RtMessage(replacement).get(IFA_ADDRESS, &newBytes);
+    bool placed = false;
+    for (const std::string& m : linuxnet::onLink(all, index)) {
+        bool isOld = !old.empty() && RtMessage(m).key() == RtMessage(old).key();
+        if (isOld || (old.empty() && !placed && family == AF_INET)) {
+            if (!replacement.empty()) wanted.push_back(replacement);
+            placed = true;
+            if (isOld) continue;
+        }
+        // The new address may be one the link has already (a secondary becoming primary).
+        if (newBytes.size() >= size &&
+            sameAddress(m, reinterpret_cast<const unsigned char*>(newBytes.data()), size))
+            continue;
+        wanted.push_back(m);
+    }
+    if (!placed && !replacement.empty()) wanted.push_back(replacement);
+    int failed = linuxnet::setLinkAddresses(family, index, wanted, err);
+    if (failed != 0) {
+        // A refused address (the kernel's own checks) leaves the link as it was.
+        linuxnet::setLinkAddresses(family, index, linuxnet::onLink(all, index), nullptr);
+        linuxnet::keepRoutes(family, routes, nullptr);
+        return failed;
+    }
+    linuxnet::restoreGateways(err);
+    return failed + linuxnet::keepRoutes(family, routes, err);
 }
 
 }  // namespace
@@ -300,26 +399,45 @@ int TcpIpAdapterSettings::setIpAddressSubnetMask(ErrorHandler* err, const char* 
     }
     netlink::Link link;
     if (!linkOf(id_, &link, err)) return -1;
-    wanted.index = link.index;
-    std::vector<netlink::Address> current;
-    int code = netlink::dumpAddresses(AF_INET, link.index, &current);
-    // Secondary addresses go with their primary: only primaries are deleted, and a link
-    // whose one primary is already the wanted address keeps its secondaries too.
-    std::vector<netlink::Address> primaries;
-    for (const netlink::Address& a : current) {
-        if ((a.flags & IFA_F_SECONDARY) == 0) primaries.push_back(a);
-    }
-    if (code == 0 && !remove && primaries.size() == 1 &&
-        std::memcmp(primaries[0].bytes, wanted.bytes, 4) == 0 &&
-        primaries[0].prefixLength == wanted.prefixLength) {
-        return 0;
-    }
-    if (code == 0) code = swapAddresses(primaries, remove ? nullptr : &wanted);
+    std::vector<std::string> all;
+    int code = linuxnet::dumpRecords(false, AF_INET, &all);
     if (code != 0) {
         linuxnet::reportSystem(err, kKey, "Cannot set the address of " + std::string(id_), code);
         return -1;
     }
-    linuxnet::restoreGateways(err);
+    std::vector<std::string> records = linuxnet::onLink(all, link.index);
+    // The address shown is the first primary; only it is replaced.
+    std::string shown;
+    for (const std::string& m : records) {
+        std::string flags;
+        RtMessage r(m);
+        unsigned f = 0;
+        if (r.get(IFA_FLAGS, &flags) && flags.size() >= 4) std::memcpy(&f, flags.data(), 4);
+        if ((f & IFA_F_SECONDARY) == 0) {
+            shown = m;
+            break;
+        }
+    }
+    int failed = 0;
+    if (remove) {
+        if (records.empty()) return 0;
+        std::vector<std::string> routes;
+        linuxnet::dumpRecords(true, AF_INET, &routes);
+        failed = linuxnet::setLinkAddresses(AF_INET, link.index, {}, err);
+        failed += linuxnet::keepRoutes(AF_INET, routes, err);
+    } else {
+        if (!shown.empty() && sameAddress(shown, wanted.bytes, 4) &&
+            RtMessage(shown).prefixLength() == wanted.prefixLength) {
+            return 0;
+        }
+        failed = replaceAddress(
+            AF_INET, link.index, shown,
+            addressRecord(shown, AF_INET, link.index, wanted.bytes, wanted.prefixLength), err);
+    }
+    if (failed != 0) {
+        linuxnet::report(err, kKey, id_, "Cannot set the address of " + std::string(id_));
+        return -1;
+    }
     return 0;
 }
 
@@ -414,35 +532,49 @@ void TcpIpAdapterSettings::getIpv6DefaultDevice(ErrorHandler*, char* buffer, int
     clearOut(buffer, bufferSize);
 }
 
-// Replaces the link's static global IPv6 addresses by one, keeping the prefix length of
-// the address it replaces (64 when there was none). An empty text removes them; an
-// address the link already has changes nothing.
+// Replaces the link's first static global IPv6 address (the one shown) by `address`,
+// keeping its prefix length (64 when there was none) and the link's other addresses. An
+// empty text removes the static global addresses; an address the link already has
+// changes nothing.
 int TcpIpAdapterSettings::setIpv6Address(ErrorHandler* err, const char* address) {
     std::string text = address != nullptr ? address : "";
-    netlink::Address wanted;
-    wanted.family = AF_INET6;
-    wanted.prefixLength = 64;
-    if (!text.empty() && ResolverText::parseAddress(text.c_str(), wanted.bytes) != 6) {
+    unsigned char bytes[16] = {};
+    if (!text.empty() && ResolverText::parseAddress(text.c_str(), bytes) != 6) {
         linuxnet::report(err, "TcpIpAdapterSettings.invalidAddress", text,
                          "Not an IPv6 address: " + text);
         return -1;
     }
     netlink::Link link;
     if (!linkOf(id_, &link, err)) return -1;
-    wanted.index = link.index;
     std::vector<netlink::Address> statics;
     for (const netlink::Address& a : ipv6Globals(link.index)) {
-        if (!text.empty() && std::memcmp(a.bytes, wanted.bytes, 16) == 0) return 0;
+        if (!text.empty() && std::memcmp(a.bytes, bytes, 16) == 0) return 0;
         if ((a.flags & IFA_F_PERMANENT) != 0) statics.push_back(a);
     }
-    if (!statics.empty()) wanted.prefixLength = statics[0].prefixLength;
-    int code = swapAddresses(statics, text.empty() ? nullptr : &wanted);
-    if (code != 0) {
-        linuxnet::reportSystem(err, kKey, "Cannot set the IPv6 address of " + std::string(id_),
-                               code);
+    int failed = 0;
+    if (text.empty()) {
+        if (statics.empty()) return 0;
+        std::vector<std::string> all, routes, wanted;
+        linuxnet::dumpRecords(false, AF_INET6, &all);
+        linuxnet::dumpRecords(true, AF_INET6, &routes);
+        for (const std::string& m : linuxnet::onLink(all, link.index)) {
+            bool isStatic = false;
+            for (const netlink::Address& a : statics)
+                isStatic = isStatic || sameAddress(m, a.bytes, 16);
+            if (!isStatic) wanted.push_back(m);
+        }
+        failed = linuxnet::setLinkAddresses(AF_INET6, link.index, wanted, err);
+        failed += linuxnet::keepRoutes(AF_INET6, routes, err);
+    } else {
+        std::string old = statics.empty() ? "" : recordOf(AF_INET6, link.index, statics[0].bytes);
+        int prefix = statics.empty() ? 64 : statics[0].prefixLength;
+        failed = replaceAddress(AF_INET6, link.index, old,
+                                addressRecord(old, AF_INET6, link.index, bytes, prefix), err);
+    }
+    if (failed != 0) {
+        linuxnet::report(err, kKey, id_, "Cannot set the IPv6 address of " + std::string(id_));
         return -1;
     }
-    linuxnet::restoreGateways(err);
     return 0;
 }
 
@@ -459,15 +591,14 @@ int TcpIpAdapterSettings::setIpv6SubnetPrefixLength(ErrorHandler* err, int lengt
         globals[0].prefixLength == length) {
         return 0;  // nothing of ours to change
     }
-    netlink::Address wanted = globals[0];
-    wanted.prefixLength = length;
-    int code = swapAddresses({globals[0]}, &wanted);
-    if (code != 0) {
-        linuxnet::reportSystem(err, kKey,
-                               "Cannot set the IPv6 prefix length of " + std::string(id_), code);
+    std::string old = recordOf(AF_INET6, link.index, globals[0].bytes);
+    if (replaceAddress(AF_INET6, link.index, old,
+                       addressRecord(old, AF_INET6, link.index, globals[0].bytes, length),
+                       err) != 0) {
+        linuxnet::report(err, kKey, id_,
+                         "Cannot set the IPv6 prefix length of " + std::string(id_));
         return -1;
     }
-    linuxnet::restoreGateways(err);
     return 0;
 }
 

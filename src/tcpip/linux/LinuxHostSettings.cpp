@@ -6,6 +6,9 @@
 #include "tcpip/ResolverText.h"
 #include "tcpip/linux/LinuxNetwork.h"
 #include "tcpip/linux/Netlink.h"
+#include "tcpip/linux/RtMessage.h"
+
+#include <linux/rtnetlink.h>
 
 #include <net/if.h>
 #include <sys/socket.h>
@@ -36,9 +39,7 @@ public:
     // What the process remembered for this instance goes with it.
     ~LinuxHostSettings() override {
         ipv6Device = 0;
-        unsigned char none[16] = {};
-        linuxnet::rememberGateway(AF_INET, none, false, 0);
-        linuxnet::rememberGateway(AF_INET6, none, false, 0);
+        linuxnet::forgetGateways();
     }
 };
 
@@ -128,6 +129,8 @@ int setServers(TcpIpHostSettings* host, ErrorHandler* err, const char* list, boo
         return -1;
     }
     return rewriteResolver(host, err, [&](const std::string& text) {
+        // The same servers in the same order change nothing, wherever their lines stand.
+        if (ResolverText::nameservers(text, ipv6) == servers) return text;
         return ResolverText::withNameservers(text, ipv6, servers);
     });
 }
@@ -155,29 +158,67 @@ bool defaultRoute(int family, netlink::Route* out) {
     return false;
 }
 
+// The device of a gateway written "fe80::1%eth0": `outIndex` set, the suffix cut off.
+bool splitScope(std::string* text, int* outIndex, ErrorHandler* err) {
+    size_t percent = text->find('%');
+    if (percent == std::string::npos) return true;
+    std::string device = text->substr(percent + 1);
+    unsigned index = device.empty() ? 0 : if_nametoindex(device.c_str());
+    if (index == 0) {
+        linuxnet::report(err, "TcpIpAdapterSettings.unknownAdapter", device,
+                         "No network adapter named " + device);
+        return false;
+    }
+    *outIndex = static_cast<int>(index);
+    text->erase(percent);
+    return true;
+}
+
+// A gateway equal to the one shown changes nothing; another one replaces the shown route
+// only (keeping its metric, flags and source), so that other default routes, those
+// without a gateway among them, stay as they are.
 int setGateway(ErrorHandler* err, const char* gateway, int family, int outIndex) {
-    const char* text = gateway != nullptr ? gateway : "";
+    std::string text = gateway != nullptr ? gateway : "";
     unsigned char bytes[16] = {};
-    if (*text == '\0') {
-        linuxnet::rememberGateway(family, bytes, false, 0);
+    if (text.empty()) {
+        linuxnet::rememberGateway(family, bytes, false, 0, "");
         int code = linuxnet::clearDefaultGateways(family);
         if (code == 0) return 0;
         linuxnet::reportSystem(err, kHostKey, "Cannot remove the default gateway", code);
         return -1;
     }
-    if (ResolverText::parseAddress(text, bytes) != (family == AF_INET ? 4 : 6)) {
+    if (family == AF_INET6 && !splitScope(&text, &outIndex, err)) return -1;
+    if (ResolverText::parseAddress(text.c_str(), bytes) != (family == AF_INET ? 4 : 6)) {
         linuxnet::report(err, "TcpIpHostSettings.invalidGateway", text,
                          std::string("Not an ") + (family == AF_INET ? "IPv4" : "IPv6") +
                              " gateway address: " + text);
         return -1;
     }
-    linuxnet::rememberGateway(family, bytes, true, outIndex);
-    int code = linuxnet::replaceDefaultGateway(family, bytes, outIndex);
+    std::string shown;
+    if (linuxnet::shownGateway(family, &shown)) {
+        RtMessage r(shown);
+        std::string now;
+        r.get(RTA_GATEWAY, &now);
+        if (now.size() >= (family == AF_INET ? 4u : 16u) &&
+            std::memcmp(now.data(), bytes, family == AF_INET ? 4 : 16) == 0 &&
+            (outIndex == 0 || r.linkIndex() == outIndex)) {
+            return 0;
+        }
+    }
+    bool linkLocal = family == AF_INET6 && bytes[0] == 0xFE && (bytes[1] & 0xC0) == 0x80;
+    if (linkLocal && outIndex == 0 && (shown.empty() || RtMessage(shown).linkIndex() == 0)) {
+        linuxnet::report(err, "TcpIpHostSettings.gatewayNeedsDevice", text,
+                         "The link-local gateway " + text +
+                             " needs an adapter: no default route names one (write it as " + text +
+                             "%adapter)");
+        return -1;
+    }
+    linuxnet::rememberGateway(family, bytes, true, outIndex, shown);
+    int code = linuxnet::installGateway(family, bytes, outIndex, shown);
     // Unreachable for now: the adapters of the same document may bring its network.
-    if (code == 0 || linuxnet::isUnreachable(code)) return 0;
-    linuxnet::rememberGateway(family, bytes, false, 0);
-    linuxnet::reportSystem(err, kHostKey, std::string("Cannot set the default gateway ") + text,
-                           code);
+    if (code == 0 || (!linkLocal && linuxnet::isUnreachable(code))) return 0;
+    linuxnet::rememberGateway(family, bytes, false, 0, "");
+    linuxnet::reportSystem(err, kHostKey, "Cannot set the default gateway " + text, code);
     return -1;
 }
 
@@ -287,18 +328,19 @@ int TcpIpHostSettings::setHostName(ErrorHandler* err, const char* name) {
     }
     char former[256] = "";
     ::gethostname(former, sizeof former - 1);
-    if (std::strcmp(former, text) == 0) {
-        std::string file;
-        int code = 0;
-        if (linuxnet::readText(getHostnamePath(), &file, &code) && file == std::string(text) + "\n")
-            return 0;
-    }
+    std::string file;
+    int code = 0;
+    bool haveFile = linuxnet::readText(getHostnamePath(), &file, &code);
+    if (std::strcmp(former, text) == 0 && haveFile && ResolverText::hostNameOf(file) == text)
+        return 0;
     if (::sethostname(text, std::strlen(text)) != 0) {
         linuxnet::reportSystem(err, kHostKey, std::string("Cannot set the host name ") + text,
                                errno);
         return -1;
     }
-    int code = linuxnet::writeAtomically(getHostnamePath(), std::string(text) + "\n");
+    // Comments and other lines of the file stay; only the name's line changes.
+    code = linuxnet::writeAtomically(getHostnamePath(),
+                                     ResolverText::withHostName(haveFile ? file : "", text));
     if (code == 0) return 0;
     ::sethostname(former, std::strlen(former));
     linuxnet::reportSystem(err, kHostKey, std::string("Cannot write ") + getHostnamePath(), code);

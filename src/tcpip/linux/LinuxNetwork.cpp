@@ -3,7 +3,11 @@
 #include <velmora/log/MessageBundle.h>
 #include <velmora/net/InetAddress.h>
 
+#include "tcpip/linux/KernelRecords.h"
 #include "tcpip/linux/Netlink.h"
+#include "tcpip/linux/RtMessage.h"
+
+#include <linux/rtnetlink.h>
 
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -25,6 +29,7 @@ struct Remembered {
     bool set = false;
     unsigned char bytes[16] = {};
     int outIndex = 0;
+    std::string templateRecord;  // the route the gateway replaces, if any
 };
 
 Remembered remembered[2];  // IPv4, IPv6
@@ -44,14 +49,6 @@ int writeAll(int fd, const std::string& text) {
         done += static_cast<size_t>(n);
     }
     return 0;
-}
-
-bool hasGateway(const std::vector<netlink::Route>& routes, int family, const unsigned char* bytes) {
-    size_t size = family == AF_INET ? 4 : 16;
-    for (const netlink::Route& r : routes) {
-        if (r.hasGateway && std::memcmp(r.gateway, bytes, size) == 0) return true;
-    }
-    return false;
 }
 
 }  // namespace
@@ -91,7 +88,11 @@ bool readText(const char* path, std::string* out, int* code) {
     return true;
 }
 
-int writeAtomically(const char* path, const std::string& text) {
+namespace {
+
+// Writes through a temporary file beside the target and a rename; the target keeps its
+// mode when `keepMode` and it exists, else gets `mode`.
+int replaceFile(const char* path, const std::string& text, mode_t mode, bool keepMode) {
     // The target of a symbolic link is replaced, not the link itself.
     char resolved[PATH_MAX];
     std::string target = ::realpath(path, resolved) != nullptr ? resolved : path;
@@ -104,7 +105,7 @@ int writeAtomically(const char* path, const std::string& text) {
     int fd = ::mkostemp(tempName.data(), O_CLOEXEC);
     if (fd < 0) return errno;
     struct stat st;
-    mode_t mode = ::stat(target.c_str(), &st) == 0 ? (st.st_mode & 07777) : 0644;
+    if (keepMode && ::stat(target.c_str(), &st) == 0) mode = st.st_mode & 07777;
     int result = ::fchmod(fd, mode) == 0 ? 0 : errno;
     if (result == 0) result = writeAll(fd, text);
     if (result == 0 && ::fsync(fd) != 0) result = errno;
@@ -112,6 +113,16 @@ int writeAtomically(const char* path, const std::string& text) {
     if (result == 0 && ::rename(tempName.data(), target.c_str()) != 0) result = errno;
     if (result != 0) ::unlink(tempName.data());
     return result;
+}
+
+}  // namespace
+
+int writeAtomically(const char* path, const std::string& text) {
+    return replaceFile(path, text, 0644, true);
+}
+
+int writePrivately(const char* path, const std::string& text) {
+    return replaceFile(path, text, 0600, false);
 }
 
 std::string addressText(int family, const unsigned char* bytes) {
@@ -123,38 +134,78 @@ std::string addressText(int family, const unsigned char* bytes) {
     return text;
 }
 
+namespace {
+
+bool gatewayOf(const RtMessage& r, int family, unsigned char* out) {
+    std::string v;
+    if (!r.isDefaultRoute() || r.family() != family || !r.get(RTA_GATEWAY, &v)) return false;
+    size_t size = family == AF_INET ? 4 : 16;
+    if (v.size() < size) return false;
+    std::memcpy(out, v.data(), size);
+    return true;
+}
+
+bool isLinkLocal(int family, const unsigned char* bytes) {
+    return family == AF_INET6 && bytes[0] == 0xFE && (bytes[1] & 0xC0) == 0x80;
+}
+
+}  // namespace
+
+bool shownGateway(int family, std::string* record) {
+    std::vector<std::string> routes;
+    if (dumpRecords(true, family, &routes) != 0) return false;
+    unsigned char bytes[16];
+    for (const std::string& m : routes) {
+        if (gatewayOf(RtMessage(m), family, bytes)) {
+            if (record != nullptr) *record = m;
+            return true;
+        }
+    }
+    return false;
+}
+
 int clearDefaultGateways(int family) {
-    std::vector<netlink::Route> routes;
-    int result = netlink::dumpDefaultRoutes(family, &routes);
-    for (const netlink::Route& r : routes) {
+    std::vector<std::string> routes;
+    int result = dumpRecords(true, family, &routes);
+    unsigned char bytes[16];
+    for (const std::string& m : routes) {
         if (result != 0) break;
-        result = netlink::deleteDefaultRoute(r);
+        RtMessage r(m);
+        if (!gatewayOf(r, family, bytes)) continue;  // a route without a gateway is no gateway
+        result = netlink::sendRaw(r.forRequest(), RTM_DELROUTE, 0);
         if (result == ESRCH) result = 0;  // gone meanwhile
     }
     return result;
 }
 
-int replaceDefaultGateway(int family, const unsigned char* bytes, int outIndex) {
-    std::vector<netlink::Route> before;
-    int result = netlink::dumpDefaultRoutes(family, &before);
-    if (result != 0) return result;
-    if (before.size() == 1 && hasGateway(before, family, bytes) &&
-        (outIndex == 0 || before[0].outIndex == outIndex)) {
-        return 0;
+int installGateway(int family, const unsigned char* bytes, int outIndex,
+                   const std::string& templateRecord) {
+    size_t size = family == AF_INET ? 4 : 16;
+    if (templateRecord.empty()) {
+        if (isLinkLocal(family, bytes) && outIndex == 0) return EINVAL;
+        netlink::Route route;
+        route.family = family;
+        route.hasGateway = true;
+        std::memcpy(route.gateway, bytes, size);
+        route.outIndex = outIndex;
+        return netlink::addDefaultRoute(route);
     }
-    result = clearDefaultGateways(family);
-    netlink::Route route;
-    route.family = family;
-    route.hasGateway = true;
-    std::memcpy(route.gateway, bytes, family == AF_INET ? 4 : 16);
-    route.outIndex = outIndex;
-    if (result == 0) result = netlink::addDefaultRoute(route);
-    if (result != 0) {
-        // Put back what was there, so that a refused gateway leaves the host as it was.
-        clearDefaultGateways(family);
-        for (const netlink::Route& r : before)
-            netlink::addDefaultRoute(r);
+    // The route keeps everything it had (metric, protocol, flags, source...) but its
+    // gateway, and its device unless the new gateway is link-local and needs one.
+    RtMessage old(templateRecord), next(templateRecord);
+    next.set(RTA_GATEWAY, bytes, size);
+    if (outIndex != 0) {
+        next.set(RTA_OIF, &outIndex, 4);
+    } else if (!isLinkLocal(family, bytes) && (old.routeFlags() & RTNH_F_ONLINK) == 0) {
+        // An onlink route names its link on purpose: the new gateway is on it too.
+        next.erase(RTA_OIF);
+    } else if (old.linkIndex() == 0) {
+        return EINVAL;
     }
+    int removed = netlink::sendRaw(old.forRequest(), RTM_DELROUTE, 0);
+    int result = netlink::sendRaw(next.forRequest(), RTM_NEWROUTE, addRouteFlags(family));
+    if (result != 0 && removed == 0)
+        netlink::sendRaw(old.forRequest(), RTM_NEWROUTE, addRouteFlags(family));
     return result;
 }
 
@@ -162,22 +213,41 @@ bool isUnreachable(int code) {
     return code == ENETUNREACH || code == EHOSTUNREACH || code == EINVAL;
 }
 
-void rememberGateway(int family, const unsigned char* bytes, bool set, int outIndex) {
+void rememberGateway(int family, const unsigned char* bytes, bool set, int outIndex,
+                     const std::string& templateRecord) {
     Remembered& r = rememberedFor(family);
     r.set = set;
     r.outIndex = outIndex;
+    r.templateRecord = set ? templateRecord : std::string();
     std::memset(r.bytes, 0, sizeof r.bytes);
     if (set) std::memcpy(r.bytes, bytes, family == AF_INET ? 4 : 16);
+}
+
+void forgetGateways() {
+    unsigned char none[16] = {};
+    rememberGateway(AF_INET, none, false, 0, "");
+    rememberGateway(AF_INET6, none, false, 0, "");
+}
+
+std::string replacedGateway(int family) {
+    const Remembered& r = rememberedFor(family);
+    return r.set && !r.templateRecord.empty() ? RtMessage(r.templateRecord).key() : std::string();
 }
 
 void restoreGateways(ErrorHandler* err) {
     for (int family : {AF_INET, AF_INET6}) {
         Remembered& r = rememberedFor(family);
         if (!r.set) continue;
-        std::vector<netlink::Route> routes;
-        if (netlink::dumpDefaultRoutes(family, &routes) != 0 || hasGateway(routes, family, r.bytes))
-            continue;
-        int result = replaceDefaultGateway(family, r.bytes, r.outIndex);
+        std::vector<std::string> routes;
+        if (dumpRecords(true, family, &routes) != 0) continue;
+        bool present = false;
+        unsigned char bytes[16];
+        size_t size = family == AF_INET ? 4 : 16;
+        for (const std::string& m : routes)
+            present = present || (gatewayOf(RtMessage(m), family, bytes) &&
+                                  std::memcmp(bytes, r.bytes, size) == 0);
+        if (present) continue;
+        int result = installGateway(family, r.bytes, r.outIndex, r.templateRecord);
         if (result != 0 && !isUnreachable(result)) {
             reportSystem(err, "TcpIpHostSettings.systemError",
                          "Cannot set the default gateway " + addressText(family, r.bytes), result);

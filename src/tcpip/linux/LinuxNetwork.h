@@ -31,6 +31,11 @@
 //   address is its first global one, static before kernel-made; link-local addresses are
 //   the kernel's own and are neither shown nor changed. Addresses stay on a link that is
 //   down, so they are shown for it too.
+// - A setter given the value shown changes nothing. A changed address, prefix length or
+//   gateway replaces only the record shown (KernelRecords.h): the link's other addresses
+//   keep their places, the routes the kernel takes away with an address come back with all
+//   their attributes, other default routes (those without a gateway among them) stay, and
+//   a route that cannot be put back is reported by name.
 // - Host names follow the kernel: 1 to 64 characters (letters, digits, '-', '.').
 //
 // The adapter list holds every link except loopback, in index order, ids being the link
@@ -42,7 +47,9 @@
 // remembers the last gateway asked of each family and installs it again after an
 // adapter's address or link state changed, as soon as it is reachable. A gateway that no
 // link reaches is therefore not reported by the setter: a caller that must know reads
-// the gateway back (the daemon does, and reports the difference).
+// the gateway back (the daemon does, and reports the difference). Restoring a capture
+// (TcpIpSnapshot) forgets the remembered gateways, so that nothing of a document that was
+// undone comes back with a later change.
 #pragma once
 
 #include <velmora/log/ErrorHandler.h>
@@ -63,23 +70,40 @@ bool readText(const char* path, std::string* out, int* code);
 // Replaces the file by `text` through a temporary file beside it and a rename, keeping
 // its permissions; a symbolic link is followed and its target replaced. 0 or errno.
 int writeAtomically(const char* path, const std::string& text);
+// The same for a file only its owner may read (mode 0600 whatever the old file had).
+int writePrivately(const char* path, const std::string& text);
 
 // The numeric text of 4 or 16 address bytes.
 std::string addressText(int family, const unsigned char* bytes);
 
-// Installs `bytes` as the only default gateway of `family` (AF_INET, AF_INET6), through
-// link `outIndex` when not 0, putting the former routes back when that fails. 0 or errno.
-int replaceDefaultGateway(int family, const unsigned char* bytes, int outIndex);
-// Removes every default route of `family`. 0 or errno.
+// The default route whose gateway the document shows (the first route of the main
+// table with no destination and a gateway); false when there is none.
+bool shownGateway(int family, std::string* record);
+// Installs `bytes` as gateway of `family` (AF_INET, AF_INET6). With a template (the record
+// of the route shown so far) that route is replaced by a copy that differs only in its
+// gateway (and device: `outIndex` when not 0; the template's own for a link-local
+// gateway or an onlink route); when the copy is refused the old route is put back. Without one a plain route
+// is added. A link-local gateway without any device is refused with EINVAL. 0 or errno.
+int installGateway(int family, const unsigned char* bytes, int outIndex,
+                   const std::string& templateRecord);
+// Removes every default route of `family` that has a gateway; routes without one (a
+// point-to-point link's) are no gateway and stay. 0 or errno.
 int clearDefaultGateways(int family);
 // Whether the kernel refused a gateway because no link reaches it (yet): "network
 // unreachable", "no route to host" (IPv6) or "invalid gateway" (IPv4 answers EINVAL).
 bool isUnreachable(int code);
-// The gateway last asked for (empty bytes: none), installed again by restoreGateways.
-void rememberGateway(int family, const unsigned char* bytes, bool set, int outIndex);
+// The gateway last asked for (empty bytes: none), installed again by restoreGateways,
+// with the record of the route it replaces.
+void rememberGateway(int family, const unsigned char* bytes, bool set, int outIndex,
+                     const std::string& templateRecord);
+// The key (RtMessage::key) of the route a remembered gateway replaces, else empty: the
+// route is not to be kept beside its replacement.
+std::string replacedGateway(int family);
 // After an address or link change: installs remembered gateways that are missing and now
 // reachable; a failure other than "unreachable" is reported.
 void restoreGateways(ErrorHandler* err);
+// Forgets the remembered gateways of both families.
+void forgetGateways();
 
 }  // namespace linuxnet
 }  // namespace velmora

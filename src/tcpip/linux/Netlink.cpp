@@ -12,6 +12,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <functional>
 
@@ -44,17 +45,18 @@ struct Request {
 
 using Handler = std::function<void(const nlmsghdr*)>;
 
-// Sends the request and hands every answer of the matching sequence to `handler`.
-int exchange(Request& request, const Handler& handler) {
+// Sends the message in `data` and hands every answer of the matching sequence to
+// `handler`.
+int exchange(nlmsghdr* message, const Handler& handler) {
     int fd = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
     if (fd < 0) return errno;
     static std::atomic<unsigned> sequence{0};
-    request.header()->nlmsg_seq = ++sequence;
+    message->nlmsg_seq = ++sequence;
     sockaddr_nl kernel{};
     kernel.nl_family = AF_NETLINK;
     int result = 0;
-    if (::sendto(fd, request.data, request.header()->nlmsg_len, 0,
-                 reinterpret_cast<sockaddr*>(&kernel), sizeof kernel) < 0) {
+    if (::sendto(fd, message, message->nlmsg_len, 0, reinterpret_cast<sockaddr*>(&kernel),
+                 sizeof kernel) < 0) {
         result = errno;
     }
     bool done = result != 0;
@@ -70,7 +72,7 @@ int exchange(Request& request, const Handler& handler) {
         int left = static_cast<int>(n);
         for (const nlmsghdr* h = reinterpret_cast<const nlmsghdr*>(buffer); NLMSG_OK(h, left);
              h = NLMSG_NEXT(h, left)) {
-            if (h->nlmsg_seq != request.header()->nlmsg_seq) continue;
+            if (h->nlmsg_seq != message->nlmsg_seq) continue;
             if (h->nlmsg_type == NLMSG_DONE) {
                 done = true;
                 break;
@@ -90,9 +92,28 @@ int exchange(Request& request, const Handler& handler) {
     return result;
 }
 
+int exchange(Request& request, const Handler& handler) {
+    return exchange(request.header(), handler);
+}
+
 int ack(Request& request) {
     request.header()->nlmsg_flags |= NLM_F_ACK;
     return exchange(request, [](const nlmsghdr*) {});
+}
+
+// Every message of a dump of `type` for `family`, whole.
+int dumpRaw(int type, int family, size_t bodySize, std::vector<std::string>* out) {
+    out->clear();
+    unsigned char body[sizeof(ifinfomsg) + sizeof(rtmsg)] = {};
+    body[0] = static_cast<unsigned char>(family);  // the family comes first in every body
+    Request request(type, NLM_F_DUMP, body, bodySize);
+    int answer = type == RTM_GETADDR    ? RTM_NEWADDR
+                 : type == RTM_GETROUTE ? RTM_NEWROUTE
+                                        : RTM_NEWLINK;
+    return exchange(request, [out, answer](const nlmsghdr* h) {
+        if (h->nlmsg_type == answer)
+            out->emplace_back(reinterpret_cast<const char*>(h), h->nlmsg_len);
+    });
 }
 
 void copyBytes(unsigned char* dst, const rtattr* a, int max, int* length = nullptr) {
@@ -299,6 +320,29 @@ int addDefaultRoute(const Route& route) {
 
 int deleteDefaultRoute(const Route& route) {
     return routeRequest(RTM_DELROUTE, 0, route);
+}
+
+int dumpRawAddresses(int family, std::vector<std::string>* out) {
+    return dumpRaw(RTM_GETADDR, family, sizeof(ifaddrmsg), out);
+}
+
+int dumpRawRoutes(int family, std::vector<std::string>* out) {
+    return dumpRaw(RTM_GETROUTE, family, sizeof(rtmsg), out);
+}
+
+int sendRaw(const std::string& message, int type, int flags) {
+    if (message.size() < NLMSG_HDRLEN) return EINVAL;
+    std::vector<unsigned char> data(NLMSG_ALIGN(message.size()) + NLMSG_ALIGNTO);
+    // The copy starts on an aligned address whatever the string's storage is.
+    size_t skew = reinterpret_cast<uintptr_t>(data.data()) % NLMSG_ALIGNTO;
+    unsigned char* start = data.data() + (skew == 0 ? 0 : NLMSG_ALIGNTO - skew);
+    std::memcpy(start, message.data(), message.size());
+    nlmsghdr* h = reinterpret_cast<nlmsghdr*>(start);
+    h->nlmsg_len = static_cast<unsigned>(message.size());
+    h->nlmsg_type = static_cast<unsigned short>(type);
+    h->nlmsg_flags = static_cast<unsigned short>(NLM_F_REQUEST | NLM_F_ACK | flags);
+    h->nlmsg_pid = 0;
+    return exchange(h, [](const nlmsghdr*) {});
 }
 
 }  // namespace netlink

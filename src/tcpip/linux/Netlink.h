@@ -59,5 +59,13 @@ int deleteAddress(const Address& address);
 int addDefaultRoute(const Route& route);
 int deleteDefaultRoute(const Route& route);
 
+// Whole messages, as the kernel sent them, for copies that keep every attribute (see
+// RtMessage.h): each RTM_NEWADDR / RTM_NEWROUTE of `family` (all links, all tables).
+int dumpRawAddresses(int family, std::vector<std::string>* out);
+int dumpRawRoutes(int family, std::vector<std::string>* out);
+// Sends a copy of a dumped message as a request of `type` (RTM_NEWROUTE, RTM_DELADDR...)
+// with `flags` (NLM_F_CREATE...) added to NLM_F_REQUEST and NLM_F_ACK.
+int sendRaw(const std::string& message, int type, int flags);
+
 }  // namespace netlink
 }  // namespace velmora

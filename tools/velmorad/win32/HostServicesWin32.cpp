@@ -1,5 +1,7 @@
 #include "HostServices.h"
 
+#include <cstring>
+
 #include <winsock2.h>
 #include <ws2tcpip.h>
 
@@ -47,6 +49,28 @@ int localPort(uint64_t handle) {
     return ntohs(reinterpret_cast<sockaddr_in6*>(&address)->sin6_port);
 }
 
+int localAddress(uint64_t handle, unsigned char* bytes16) {
+    sockaddr_storage address = {};
+    int length = sizeof address;
+    if (getsockname(static_cast<SOCKET>(handle), reinterpret_cast<sockaddr*>(&address), &length) !=
+        0)
+        return 0;
+    if (address.ss_family == AF_INET) {
+        std::memcpy(bytes16, &reinterpret_cast<sockaddr_in*>(&address)->sin_addr, 4);
+        return 4;
+    }
+    if (address.ss_family != AF_INET6) return 0;
+    const unsigned char* a = reinterpret_cast<const unsigned char*>(
+        &reinterpret_cast<sockaddr_in6*>(&address)->sin6_addr);
+    static const unsigned char mapped[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF};
+    if (std::memcmp(a, mapped, 12) == 0) {
+        std::memcpy(bytes16, a + 12, 4);
+        return 4;
+    }
+    std::memcpy(bytes16, a, 16);
+    return 6;
+}
+
 void shutdownSend(uint64_t handle) {
     shutdown(static_cast<SOCKET>(handle), SD_SEND);
 }
@@ -64,6 +88,10 @@ void setNoDelay(uint64_t handle) {
     BOOL on = TRUE;
     setsockopt(static_cast<SOCKET>(handle), IPPROTO_TCP, TCP_NODELAY,
                reinterpret_cast<const char*>(&on), sizeof on);
+}
+
+std::string interfaceOf(const unsigned char*, int) {
+    return "";
 }
 
 }  // namespace velmorad
