@@ -25,7 +25,7 @@ struct Exchange {
     std::string requestBody{};    // the request body (Content-Length bytes)
     std::string peer{};           // the connection's remote address, set where it was accepted
     std::string client{};         // who asked: the peer, or whom a trusted proxy names (the guard)
-    std::vector<std::pair<std::string, std::string>> fields{};  // further fields of the answer
+    std::vector<std::pair<std::string, std::string>> fields{};   // further fields of the answer
     std::vector<std::pair<std::string, std::string>> headers{};  // extra answer header fields
 
     // The value of a query parameter, decoded; `def` when absent.
