@@ -86,12 +86,13 @@ class NetworkEndpoint(unittest.TestCase):
     def write_settings(cls, apply):
         with open(os.path.join(cls.home, "lib", "velmorad.properties"), "w") as f:
             f.write("network.apply=%s\nnetwork.resolverPath=%s\nnetwork.hostnamePath=%s\n"
+                    "remote.allow=true\n"  # the lock-out test listens on every address
                     % ("true" if apply else "false", cls.resolver, cls.hostname_file))
 
     def request(self, method, body=None, path="/network", host="127.0.0.1", headers=None):
         fields = {"Content-Type": "text/xml"} if body is not None else {}
         token = os.path.join(self.home, "lib", "velmorad.token")
-        if method == "POST" and os.path.exists(token):
+        if os.path.exists(token):  # reads need it too when listening beyond loopback
             with open(token) as f:
                 fields["Authorization"] = "Bearer " + f.read().strip()
         c = http.client.HTTPConnection(host, self.port, timeout=20)

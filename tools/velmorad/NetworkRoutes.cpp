@@ -230,6 +230,9 @@ void apply(Exchange& x, const NetworkOptions& options) {
     velmora::TcpIpDocumentCheck check(host);
     check.requireAdapterFlags(true);
     if (check.check(body.data(), body.size(), &reports) != 0) {
+        // Each problem quotes posted values: escaped, so that none starts a line of its own.
+        for (const std::string& t : reports.texts)
+            x.daemon->log()->warning(("network: " + logSafe(t)).c_str());
         x.replyError(400, reports.joined().c_str());
         return;
     }
