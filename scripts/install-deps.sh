@@ -14,7 +14,8 @@ package_packages=("${run_packages[@]}" dpkg-dev debhelper file scdoc lintian
 test_packages=("${run_packages[@]}" googletest libgtest-dev libgmock-dev libbenchmark-dev
     clang libclang-rt-14-dev clang-format g++-mingw-w64-x86-64-posix wine wine64
     libexpat1-dev libpugixml-dev libssl-dev default-jdk-headless python3 curl iproute2
-    dpkg-dev debhelper file scdoc lintian systemd util-linux nginx-light openssl)
+    dpkg-dev debhelper file scdoc lintian systemd util-linux nginx-light openssl chromium
+    chromium-driver python3-selenium)
 
 case "${1:-test}" in
     run) wanted=("${run_packages[@]}") ;;

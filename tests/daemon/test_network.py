@@ -69,8 +69,6 @@ class NetworkEndpoint(unittest.TestCase):
             cls.proc.kill()
             raise RuntimeError("daemon did not start: %r" % line)
         cls.port = int(line.strip().rstrip("/").rsplit(":", 1)[1])
-        with open(os.path.join(cls.home, "lib", "velmorad.token")) as f:
-            cls.token = f.read().strip()
 
     @classmethod
     def stop(cls, sig=signal.SIGTERM):

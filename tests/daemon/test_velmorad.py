@@ -146,10 +146,10 @@ class VelmoradTest(unittest.TestCase):
     def test_endpoints_answer_with_their_documents(self):
         d = self.d
         self.assertIn("velmorad.log", d.log_line)
-        r, body = d.get("/")
+        r, body = d.get("/api")
         self.assertEqual(r.status, 200)
         self.assertIn(b"/ping-all", body)
-        self.assertEqual(r.getheader("Content-Type"), "text/html")
+        self.assertEqual(r.getheader("Content-Type"), "text/html; charset=utf-8")
 
         r, body = d.get("/status")
         self.assertEqual(r.status, 200)

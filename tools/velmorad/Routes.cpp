@@ -17,6 +17,7 @@
 #include "Guard.h"
 #include "NetworkRoutes.h"
 #include "Reports.h"
+#include "UiRoutes.h"
 #include "WriteFilterRoutes.h"
 
 namespace velmorad {
@@ -40,22 +41,6 @@ int clampedInt(const std::string& text, int def, int low, int high) {
     long v = std::strtol(text.c_str(), &end, 10);
     if (text.empty() || *end != '\0' || v < low || v > high) return def;
     return static_cast<int>(v);
-}
-
-void index(Exchange& x) {
-    x.reply(200, "text/html",
-            "<!DOCTYPE html>\n<html>\n<head><title>velmorad</title></head>\n<body>\n"
-            "<h1>velmorad</h1>\n<ul>\n"
-            "<li><a href=\"/status\">GET /status</a>: version, uptime, requests, connections</li>\n"
-            "<li>GET /ping?host=H&amp;timeout=S: one ICMP echo</li>\n"
-            "<li>GET /ping-all?hosts=H1,H2: a streamed log, one entry per host</li>\n"
-            "<li><a href=\"/levels\">GET /levels</a>: log levels by name; "
-            "POST /levels with name=N&amp;level=L (query or form body) changes one</li>\n"
-            "<li><a href=\"/network\">GET /network</a>: the host's TCP/IP settings; "
-            "POST /network applies a document when network.apply=true</li>\n"
-            "<li>GET /write-filter?drive=C: the write filter's overlay state, boot command and "
-            "RAM use; POST /write-filter?drive=C&amp;command=N sets the boot command</li>\n"
-            "</ul>\n</body>\n</html>\n");
 }
 
 void status(Exchange& x) {
@@ -223,8 +208,10 @@ void route(Exchange& x) {
     const char* method = x.request->getMethod();
     bool get = std::strcmp(method, "GET") == 0 || x.head;
     std::string path = x.request->getDecodedURI();
-    if (path == "/") {
-        get ? index(x) : methodNotAllowed(x, "GET, HEAD");
+    if (path == "/" || path.compare(0, 4, "/ui/") == 0) {
+        get ? uiFile(x, path) : methodNotAllowed(x, "GET, HEAD");
+    } else if (path == "/api") {
+        get ? apiIndex(x) : methodNotAllowed(x, "GET, HEAD");
     } else if (path == "/status") {
         get ? status(x) : methodNotAllowed(x, "GET, HEAD");
     } else if (path == "/ping") {
@@ -250,7 +237,7 @@ void route(Exchange& x) {
             methodNotAllowed(x, "GET, HEAD, POST");
         }
     } else {
-        x.replyError(404, "no such endpoint; GET / lists them");
+        x.replyError(404, "no such endpoint; GET /api lists them");
     }
 }
 
