@@ -179,6 +179,9 @@ int serve(const velmorad::CommandLine& cl, velmorad::Settings settings) {
                                std::to_string(settings.logBackups) + " backups each)";
             std::printf("velmorad logging to %s (levels in %s; %s)\n", settings.logFile().c_str(),
                         settings.levelsFile().c_str(), limit.c_str());
+            // Where a new user finds what the settings page and every change ask for.
+            std::printf("velmorad token in %s (velmorad token --home %s prints it)\n",
+                        settings.tokenPath().c_str(), settings.home.c_str());
             std::fflush(stdout);
             log->message(("velmorad " VELMORAD_VERSION " started on http://" +
                           settings.hostForUrl() + ":" + std::to_string(daemon.getPort()) + "/")
