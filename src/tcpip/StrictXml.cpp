@@ -54,6 +54,11 @@ private:
             if (startsWith("<!--")) {
                 const char* close = find("-->", p_ + 4);
                 if (close == nullptr) return fail("a comment is not closed");
+                // XML keeps "--" out of a comment, and the applying parser ends a comment at
+                // the first "--": a comment holding one would be read as markup there.
+                const char* dashes = find("--", p_ + 4);
+                if (dashes != close || (close > p_ + 4 && close[-1] == '-'))
+                    return fail("a comment holds \"--\"");
                 p_ = close + 3;
             } else if (startsWith("<?")) {
                 const char* close = find("?>", p_ + 2);

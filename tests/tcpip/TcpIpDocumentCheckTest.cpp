@@ -71,6 +71,10 @@ TEST(TcpIpDocumentCheck, RefusesWhatIsNotSoundAndAcceptsWhatIs) {
         {document(" domain=\"&#xD800;\"", kEth0), "bad character reference"},
         {document(" domain=\"a&#9;b\"", kEth0), "holds a control character"},
         {"<!DOCTYPE x>" + document("", kEth0), "document types"},
+        // The applying parser ends a comment at its first "--" and would read the rest as
+        // markup: such a comment is refused, like the one that ends in "--->".
+        {"<!-- a <!-- b -->" + document("", kEth0), "a comment holds \"--\""},
+        {"<!-- a --->" + document("", kEth0), "a comment holds \"--\""},
         {document("", kEth0) + "<tcpIpSettings/>", "only one root"},
         {document("", "<![CDATA[x]]>"), "CDATA"},
         {document("", kEth0 + "<route/>"), "Unknown element <route> in <adapters>"},
