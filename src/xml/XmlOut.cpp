@@ -343,8 +343,13 @@ bool utf8ChunkShuffled(const unsigned char* s, int* overhang) {
 }
 
 // With AVX2 (asked at run time) the escaping takes 32 bytes a step, checking their UTF-8
-// by the same table method in the same pass.
+// by the same table method in the same pass. Not on Windows: its compilers do not keep
+// the stack aligned for spilling 32-byte registers, so the 16-byte steps stay there.
+#if defined(_WIN32)
+const bool kWide = false;
+#else
 const bool kWide = __builtin_cpu_supports("avx2");
+#endif
 
 // The UTF-8 errors among 32 bytes that begin at a character (as if an ASCII byte came
 // before them). A sequence cut off by the end of the 32 shows no error here.
