@@ -244,6 +244,7 @@ void XElem::storeNames(const char* name, size_t length) {
     }
     qname_ = target;
     name_ = target + lead;
+    qnameLength_ = size - 1;
     if (old != nullptr && old != nameInline_ && old != target) std::free(old);
 }
 
@@ -717,7 +718,7 @@ void XElem::write(XWriter* out, int indent) const {
 
 void XElem::writeTo(xml::XmlOut& out, int indent) const {
     // The qualified name is "prefix:name" exactly when the element has a prefix to show.
-    size_t qnameLen = static_cast<size_t>(name_ - qname_) + std::strlen(name_);
+    size_t qnameLen = qnameLength_;
     out.spaces(indent);
     out.put('<');
     out.put(qname_, qnameLen);

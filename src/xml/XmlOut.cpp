@@ -5,6 +5,7 @@
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
+#include <immintrin.h>
 #include <tmmintrin.h>
 #endif
 #endif
@@ -240,7 +241,13 @@ inline bool utf8Chunk(const unsigned char* s, int* overhang) {
 // earlier byte) and the byte after it together rule out.
 const bool kShuffles = __builtin_cpu_supports("ssse3");
 
-__attribute__((target("ssse3"))) __m128i utf8Errors(__m128i input, __m128i prev) {
+// The three tables: bits of the first byte's high and low half, and of the second
+// byte's high half.
+struct Utf8Tables {
+    __m128i byte1High, byte1Low, byte2High;
+};
+
+inline Utf8Tables utf8Tables() {
     const uint8_t kTooShort = 1 << 0, kTooLong = 1 << 1, kOverlong3 = 1 << 2, kTooLarge = 1 << 3,
                   kSurrogate = 1 << 4, kOverlong2 = 1 << 5, kTooLarge1000 = 1 << 6,
                   kOverlong4 = 1 << 6, kTwoConts = 1 << 7;
@@ -273,6 +280,12 @@ __attribute__((target("ssse3"))) __m128i utf8Errors(__m128i input, __m128i prev)
         static_cast<char>(kTooLong | kOverlong2 | kTwoConts | kSurrogate | kTooLarge),
         static_cast<char>(kTooLong | kOverlong2 | kTwoConts | kSurrogate | kTooLarge), kTooShort,
         kTooShort, kTooShort, kTooShort);
+    return Utf8Tables{byte1High, byte1Low, byte2High};
+}
+
+__attribute__((target("ssse3"))) __m128i utf8Errors(__m128i input, __m128i prev) {
+    const Utf8Tables t = utf8Tables();
+    const __m128i byte1High = t.byte1High, byte1Low = t.byte1Low, byte2High = t.byte2High;
     const __m128i low = _mm_set1_epi8(0x0F);
     const __m128i prev1 = _mm_alignr_epi8(input, prev, 15);
     __m128i special =
@@ -328,21 +341,197 @@ bool utf8ChunkShuffled(const unsigned char* s, int* overhang) {
     }
     return true;
 }
+
+// With AVX2 (asked at run time) the escaping takes 32 bytes a step, checking their UTF-8
+// by the same table method in the same pass. Not on Windows: its compilers do not keep
+// the stack aligned for spilling 32-byte registers, so the 16-byte steps stay there.
+#if defined(_WIN32)
+const bool kWide = false;
+#else
+const bool kWide = __builtin_cpu_supports("avx2");
+#endif
+
+// The UTF-8 errors among 32 bytes that begin at a character (as if an ASCII byte came
+// before them). A sequence cut off by the end of the 32 shows no error here.
+__attribute__((target("avx2"))) inline __m256i utf8Errors32(__m256i input) {
+    const Utf8Tables t = utf8Tables();
+    const __m256i byte1High = _mm256_broadcastsi128_si256(t.byte1High);
+    const __m256i byte1Low = _mm256_broadcastsi128_si256(t.byte1Low);
+    const __m256i byte2High = _mm256_broadcastsi128_si256(t.byte2High);
+    const __m256i low = _mm256_set1_epi8(0x0F);
+    // The bytes before each: the low half's come from zeroes, the high half's from the
+    // low half.
+    const __m256i before = _mm256_permute2x128_si256(input, input, 0x08);
+    const __m256i prev1 = _mm256_alignr_epi8(input, before, 15);
+    const __m256i prev2 = _mm256_alignr_epi8(input, before, 14);
+    const __m256i prev3 = _mm256_alignr_epi8(input, before, 13);
+    __m256i special = _mm256_and_si256(
+        _mm256_shuffle_epi8(byte1High, _mm256_and_si256(_mm256_srli_epi16(prev1, 4), low)),
+        _mm256_shuffle_epi8(byte1Low, _mm256_and_si256(prev1, low)));
+    special = _mm256_and_si256(
+        special,
+        _mm256_shuffle_epi8(byte2High, _mm256_and_si256(_mm256_srli_epi16(input, 4), low)));
+    const __m256i third = _mm256_subs_epu8(prev2, _mm256_set1_epi8(static_cast<char>(0xE0 - 0x80)));
+    const __m256i fourth =
+        _mm256_subs_epu8(prev3, _mm256_set1_epi8(static_cast<char>(0xF0 - 0x80)));
+    const __m256i must =
+        _mm256_and_si256(_mm256_or_si256(third, fourth), _mm256_set1_epi8(static_cast<char>(0x80)));
+    return _mm256_xor_si256(must, special);
+}
 #else
 const bool kShuffles = false;
+const bool kWide = false;
 inline bool utf8ChunkShuffled(const unsigned char*, int*) {
     return false;
 }
 #endif
 #endif
 
+// One step of the escaping, byte by byte: a byte that stands for itself or a sequence
+// that goes out as it is joins the run, any other byte ends it and is written as its
+// reference. Returns the next byte.
+inline const unsigned char* escapeStep(const unsigned char* s, const unsigned char* end, bool utf8,
+                                       bool escapeWhitespace, bool* plain) {
+    unsigned char c = *s;
+    *plain = true;
+    if (kTable.plain[c]) return s + 1;
+    if (c >= 0x80) {
+        if (utf8) {
+            int k = passThrough(s, end);
+            if (k > 0) return s + k;
+        }
+    } else if (!escapeWhitespace && (c == '\n' || c == '\r' || c == '\t')) {
+        return s + 1;
+    }
+    *plain = false;
+    return s + 1;
+}
+
 }  // namespace
+
+#if defined(VELMORA_XML_SHUFFLES)
+struct XmlOutWide {
+    // Escapes from `s` (a character start) in steps of 32 bytes while 32 remain, written
+    // straight into the run; returns where it stopped, again at a character start, with
+    // everything before it written.
+    __attribute__((target("avx2"))) static const unsigned char* escaped(XmlOut& out,
+                                                                        const unsigned char* s,
+                                                                        const unsigned char* end,
+                                                                        bool escapeWhitespace) {
+        const __m256i space = _mm256_set1_epi8(' ');
+        const __m256i del = _mm256_set1_epi8(0x7f);
+        const __m256i quot = _mm256_set1_epi8('"');
+        const __m256i apos = _mm256_set1_epi8('\'');
+        const __m256i lt = _mm256_set1_epi8('<');
+        const __m256i gt = _mm256_set1_epi8('>');
+        const __m256i amp = _mm256_set1_epi8('&');
+        const __m256i tab = _mm256_set1_epi8('\t');
+        const __m256i lf = _mm256_set1_epi8('\n');
+        const __m256i cr = _mm256_set1_epi8('\r');
+        const __m256i ef = _mm256_set1_epi8(static_cast<char>(0xEF));
+        const __m256i bf = _mm256_set1_epi8(static_cast<char>(0xBF));
+        const __m256i be = _mm256_set1_epi8(static_cast<char>(0xBE));
+        const bool utf8 = out.utf8_;
+        while (end - s >= 32) {
+            const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
+            // Signed: the bytes above 127 count as below 32 and are taken out.
+            const uint32_t high = static_cast<uint32_t>(_mm256_movemask_epi8(v));
+            uint32_t escape =
+                static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpgt_epi8(space, v))) & ~high;
+            if (!escapeWhitespace) {
+                __m256i ws = _mm256_or_si256(
+                    _mm256_cmpeq_epi8(v, tab),
+                    _mm256_or_si256(_mm256_cmpeq_epi8(v, lf), _mm256_cmpeq_epi8(v, cr)));
+                escape &= ~static_cast<uint32_t>(_mm256_movemask_epi8(ws));
+            }
+            __m256i special = _mm256_or_si256(_mm256_cmpeq_epi8(v, del), _mm256_cmpeq_epi8(v, amp));
+            special = _mm256_or_si256(
+                special, _mm256_or_si256(_mm256_cmpeq_epi8(v, quot), _mm256_cmpeq_epi8(v, apos)));
+            special = _mm256_or_si256(
+                special, _mm256_or_si256(_mm256_cmpeq_epi8(v, lt), _mm256_cmpeq_epi8(v, gt)));
+            escape |= static_cast<uint32_t>(_mm256_movemask_epi8(special));
+            int step = 32;
+            if (high != 0) {
+                if (!utf8) {
+                    escape |= high;
+                } else {
+                    const __m256i errors = utf8Errors32(v);
+                    bool good = _mm256_testz_si256(errors, errors) != 0;
+                    // U+FFFE and U+FFFF (EF BF BE, EF BF BF) are well-formed but no
+                    // characters of XML.
+                    const uint32_t lead =
+                        static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(v, ef)));
+                    if (good && lead != 0) {
+                        const uint32_t second =
+                            static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(v, bf)));
+                        const uint32_t third = static_cast<uint32_t>(
+                            _mm256_movemask_epi8(_mm256_cmpeq_epi8(_mm256_max_epu8(v, be), v)));
+                        good = (lead << 2 & second << 1 & third) == 0;
+                    }
+                    if (!good) {
+                        // The exact check of each sequence for these 32 bytes.
+                        const unsigned char* limit = s + 32;
+                        const unsigned char* run = s;
+                        while (s < limit) {
+                            bool plain;
+                            const unsigned char* next =
+                                escapeStep(s, end, true, escapeWhitespace, &plain);
+                            if (!plain) {
+                                if (s > run)
+                                    out.put(reinterpret_cast<const char*>(run),
+                                            static_cast<size_t>(s - run));
+                                out.escape(*s);
+                                run = next;
+                            }
+                            s = next;
+                        }
+                        if (s > run)
+                            out.put(reinterpret_cast<const char*>(run),
+                                    static_cast<size_t>(s - run));
+                        continue;
+                    }
+                    // A sequence that the end of the 32 cuts off is left to the next step.
+                    if (s[31] >= 0xC0) {
+                        step = 31;
+                    } else if (s[30] >= 0xE0) {
+                        step = 30;
+                    } else if (s[29] >= 0xF0) {
+                        step = 29;
+                    }
+                }
+            }
+            if (escape == 0 && out.cap_ - out.n_ >= 32) {
+                // Stored whole; what lies past `step` is overwritten next.
+                _mm256_storeu_si256(reinterpret_cast<__m256i*>(out.buf_ + out.n_), v);
+                out.n_ += step;
+                s += step;
+                continue;
+            }
+            const unsigned char* run = s;
+            while (escape != 0) {
+                const unsigned char* p = s + __builtin_ctz(escape);
+                if (p > run)
+                    out.put(reinterpret_cast<const char*>(run), static_cast<size_t>(p - run));
+                out.escape(*p);
+                run = p + 1;
+                escape &= escape - 1;
+            }
+            s += step;
+            if (s > run) out.put(reinterpret_cast<const char*>(run), static_cast<size_t>(s - run));
+        }
+        return s;
+    }
+};
+#endif
 
 void XmlOut::escaped(const char* text, size_t n, bool escapeWhitespace) {
     const auto* s = reinterpret_cast<const unsigned char*>(text);
     const unsigned char* end = s + n;
     // Everything that goes out as it is, kept white space and UTF-8 sequences included,
     // is copied in one piece up to the next byte that needs a reference.
+#if defined(VELMORA_XML_SHUFFLES)
+    if (kWide && end - s >= 32) s = XmlOutWide::escaped(*this, s, end, escapeWhitespace);
+#endif
     const unsigned char* run = s;
 #if defined(__SSE2__)
     // Sixteen bytes at a time: a mask of the bytes that need a reference (control bytes

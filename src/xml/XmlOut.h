@@ -89,6 +89,7 @@ private:
     void putLong(const char* s, size_t n);
     void manySpaces(int n);
     void escape(unsigned char c);
+    friend struct XmlOutWide;
     // Names, values and markup are mostly a few bytes: those are copied with fixed-size
     // moves (two overlapping ones) rather than a call into the library's memcpy.
     static void copy(char* to, const char* from, size_t n) {

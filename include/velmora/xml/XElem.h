@@ -139,6 +139,7 @@ private:
     char nameInline_[128];
     char* name_ = nullptr;
     char* qname_ = nullptr;
+    size_t qnameLength_ = 0;  // of qname_, for writing it without measuring
     Attr* attrs_ = nullptr;
     Attr* attrsTail_ = nullptr;
     int attrCount_ = 0;
