@@ -26,6 +26,9 @@ import unittest
 import xml.etree.ElementTree as ET
 from collections import Counter
 
+import namespaces
+from namespaces import sh
+
 try:
     from selenium import webdriver
     from selenium.webdriver.chrome.service import Service
@@ -39,10 +42,6 @@ DAEMON = OUTPUT = None
 INSIDE = "VELMORA_BROWSER_TEST_INSIDE"
 CHROMIUM, DRIVER = "/usr/bin/chromium", "/usr/bin/chromedriver"
 ATTACKER = "127.0.0.2"
-
-
-def sh(*args):
-    return subprocess.run(args, check=True, capture_output=True, text=True).stdout.strip()
 
 
 def read(path):
@@ -459,26 +458,12 @@ def main():
     global DAEMON, OUTPUT
     DAEMON = os.path.abspath(sys.argv.pop(1))
     OUTPUT = os.path.abspath(sys.argv.pop(1))
-    if os.environ.get(INSIDE) != "1":
-        why = None
-        if webdriver is None:
-            why = "Python's selenium (python3-selenium) is not installed for " + sys.executable
-        elif os.geteuid() != 0:
-            why = "new network namespaces need root"
-        elif not (os.access(CHROMIUM, os.X_OK) and os.access(DRIVER, os.X_OK)):
-            why = "chromium and chromium-driver are not installed"
-        elif not shutil.which("unshare") or not shutil.which("ip"):
-            why = "unshare (util-linux) and ip (iproute2) are needed"
-        elif subprocess.run(["unshare", "--net", "--uts", "--mount", "true"],
-                            capture_output=True).returncode != 0:
-            why = "unshare is refused here"
-        if why:
-            print("skipped: " + why)
-            sys.exit(77)
-        env = dict(os.environ, **{INSIDE: "1"})
-        sys.exit(subprocess.run(["unshare", "--net", "--uts", "--mount", "--propagation",
-                                 "private", sys.executable, os.path.abspath(__file__),
-                                 DAEMON, OUTPUT] + sys.argv[1:], env=env).returncode)
+    why = None
+    if webdriver is None:
+        why = "Python's selenium (python3-selenium) is not installed for " + sys.executable
+    elif not (os.access(CHROMIUM, os.X_OK) and os.access(DRIVER, os.X_OK)):
+        why = "chromium and chromium-driver are not installed"
+    namespaces.run_inside(INSIDE, [DAEMON, OUTPUT], ["--net", "--uts", "--mount"], why=why)
     unittest.main(verbosity=2)
 
 

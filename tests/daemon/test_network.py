@@ -25,12 +25,11 @@ import time
 import unittest
 import xml.etree.ElementTree as ET
 
+import namespaces
+from namespaces import sh
+
 DAEMON = None
 INSIDE = "VELMORA_NETWORK_TEST_INSIDE"
-
-
-def sh(*args):
-    return subprocess.run(args, check=True, capture_output=True, text=True).stdout.strip()
 
 
 def ip_json(*args):
@@ -405,22 +404,7 @@ class NetworkEndpoint(unittest.TestCase):
 def main():
     global DAEMON
     DAEMON = os.path.abspath(sys.argv.pop(1))
-    if os.environ.get(INSIDE) != "1":
-        why = None
-        if os.geteuid() != 0:
-            why = "new network namespaces need root"
-        elif not shutil.which("unshare") or not shutil.which("ip"):
-            why = "unshare (util-linux) and ip (iproute2) are needed"
-        elif subprocess.run(["unshare", "--net", "--uts", "--mount", "true"],
-                            capture_output=True).returncode != 0:
-            why = "unshare is refused here"
-        if why:
-            print("skipped: " + why)
-            sys.exit(77)
-        env = dict(os.environ, **{INSIDE: "1"})
-        sys.exit(subprocess.run(["unshare", "--net", "--uts", "--mount", "--propagation",
-                                 "private", sys.executable, os.path.abspath(__file__),
-                                 DAEMON] + sys.argv[1:], env=env).returncode)
+    namespaces.run_inside(INSIDE, [DAEMON], ["--net", "--uts", "--mount"])
     unittest.main(verbosity=2)
 
 
