@@ -272,10 +272,6 @@ std::string Settings::hostForUrl() const {
     return bindAddress.find(':') != std::string::npos ? "[" + bindAddress + "]" : bindAddress;
 }
 
-bool Settings::loopback() const {
-    return isLoopbackAddress(bindAddress);
-}
-
 const char* defaultSettingsText() {
     return kDefaultSettings;
 }
