@@ -33,27 +33,16 @@
 #include <string>
 #include <vector>
 
+#include "support/Reports.h"
 #include "support/TempDir.h"
 
 using namespace velmora;
 using velmora::test::readFile;
+using velmora::test::Reports;
 using velmora::test::TempDir;
 using velmora::test::writeFile;
 
 namespace {
-
-class Reports : public ErrorHandler {
-public:
-    void error(MessageBundle* b) override { texts.push_back(b->getText() ? b->getText() : ""); }
-    using ErrorHandler::error;
-    std::string all() const {
-        std::string s;
-        for (const std::string& t : texts)
-            s += t + "\n";
-        return s;
-    }
-    std::vector<std::string> texts;
-};
 
 std::string run(const std::string& command) {
     std::string out;
