@@ -38,6 +38,7 @@
 #include <string>
 #include <vector>
 
+#include "AddressText.h"
 #include "Daemon.h"
 #include "HostServices.h"
 #include "LogSafe.h"
@@ -92,23 +93,18 @@ std::unique_ptr<velmora::XElem> parse(const std::string& body) {
 }
 
 // Equal texts, or the same address written two ways ("2001:DB8::1", "2001:db8::1"); a
-// device suffix ("fe80::1%eth0") is not part of the address.
+// device suffix ("fe80::1%eth0") is not part of the address. Only literals are read: a
+// name is never looked up here.
 bool sameAddress(std::string a, std::string b) {
     for (std::string* s : {&a, &b}) {
         size_t percent = s->find('%');
         if (percent != std::string::npos) s->erase(percent);
     }
     if (a == b) return true;
-    if (a.empty() || b.empty()) return false;
-    for (int family :
-         {velmora::InetAddress::getIpv4Family(), velmora::InetAddress::getIpv6Family()}) {
-        unsigned char x[16] = {}, y[16] = {};
-        if (velmora::InetAddress::inet_pton(family, a.c_str(), x) == 1 &&
-            velmora::InetAddress::inet_pton(family, b.c_str(), y) == 1) {
-            return std::memcmp(x, y, sizeof x) == 0;
-        }
-    }
-    return false;
+    unsigned char x[16] = {}, y[16] = {};
+    const int size = parseAddressLiteral(a.c_str(), x);
+    return size != 0 && parseAddressLiteral(b.c_str(), y) == size &&
+           std::memcmp(x, y, static_cast<size_t>(size)) == 0;
 }
 
 // A gateway that the document asks for but the host does not show afterwards (a system
