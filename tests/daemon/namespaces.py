@@ -19,6 +19,18 @@ def sh(*args):
     return subprocess.run(args, check=True, capture_output=True, text=True).stdout.strip()
 
 
+def make_network(hostname):
+    """Inside the namespaces: loopback up, a veth pair v0/v1 up with 192.0.2.10/24 on v0, a
+    default gateway 192.0.2.1 and the host name `hostname`."""
+    for command in (["ip", "link", "set", "lo", "up"],
+                    ["ip", "link", "add", "v0", "type", "veth", "peer", "name", "v1"],
+                    ["ip", "link", "set", "v0", "up"], ["ip", "link", "set", "v1", "up"],
+                    ["ip", "addr", "add", "192.0.2.10/24", "dev", "v0"],
+                    ["ip", "route", "add", "default", "via", "192.0.2.1"],
+                    ["hostname", hostname]):
+        sh(*command)
+
+
 def run_inside(inside, args, flags, tools=("unshare", "ip"),
                missing="unshare (util-linux) and ip (iproute2) are needed", why=None):
     """`args` follow the script's path on the new command line (the test's own arguments

@@ -52,17 +52,6 @@ def read(path):
         return ""
 
 
-def make_network():
-    """The namespace's network: a veth pair, an address, a default gateway, a host name."""
-    for command in (["ip", "link", "set", "lo", "up"],
-                    ["ip", "link", "add", "v0", "type", "veth", "peer", "name", "v1"],
-                    ["ip", "link", "set", "v0", "up"], ["ip", "link", "set", "v1", "up"],
-                    ["ip", "addr", "add", "192.0.2.10/24", "dev", "v0"],
-                    ["ip", "route", "add", "default", "via", "192.0.2.1"],
-                    ["hostname", "browser-host"]):
-        sh(*command)
-
-
 class Host:
     """A daemon with network.apply=true and files of its own for resolver and host name,
     listening on `bind` (127.0.0.1, or every address with remote access allowed)."""
@@ -189,7 +178,7 @@ fetch("%(t)s/levels?name=velmorad&level=3", {method: "POST", mode: "no-cors",
 class SettingsPage(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        make_network()
+        namespaces.make_network("browser-host")
         cls.host = Host()
         cls.profile = tempfile.mkdtemp(prefix="velmorad-chromium-")
         options = webdriver.ChromeOptions()

@@ -39,15 +39,9 @@ def ip_json(*args):
 class NetworkEndpoint(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        for command in (["sysctl", "-qw", "net.ipv6.conf.all.accept_dad=0",
-                         "net.ipv6.conf.default.accept_dad=0"],
-                        ["ip", "link", "set", "lo", "up"],
-                        ["ip", "link", "add", "v0", "type", "veth", "peer", "name", "v1"],
-                        ["ip", "link", "set", "v0", "up"], ["ip", "link", "set", "v1", "up"],
-                        ["ip", "addr", "add", "192.0.2.10/24", "dev", "v0"],
-                        ["ip", "route", "add", "default", "via", "192.0.2.1"],
-                        ["hostname", "ns-daemon"]):
-            sh(*command)
+        # New addresses are usable at once (no duplicate detection), the links' included.
+        sh("sysctl", "-qw", "net.ipv6.conf.all.accept_dad=0", "net.ipv6.conf.default.accept_dad=0")
+        namespaces.make_network("ns-daemon")
         cls.home = tempfile.mkdtemp(prefix="velmorad-network-")
         os.makedirs(os.path.join(cls.home, "lib"))
         cls.resolver = os.path.join(cls.home, "resolv.conf")
