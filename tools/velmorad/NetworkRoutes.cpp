@@ -52,26 +52,12 @@ namespace {
 
 const int kMaxWindow = 3600;
 
-struct NetworkOptions {
-    bool apply = false;
-    std::string resolverPath, hostnamePath;
-};
-
-NetworkOptions readOptions(const Settings&) {
-    // The file is read again for each request with the daemon's own rules for settings.
-    std::shared_ptr<const Settings> now = settingsFromFile();
-    NetworkOptions o;
-    o.apply = now->networkApply;
-    o.resolverPath = now->networkResolverPath;
-    o.hostnamePath = now->networkHostnamePath;
-    return o;
-}
-
-velmora::TcpIpHostSettings* hostFor(const NetworkOptions& o, velmora::ErrorHandler* err) {
+// The host's settings object, reading the resolver and host-name files that `s` names.
+velmora::TcpIpHostSettings* hostFor(const Settings& s, velmora::ErrorHandler* err) {
     velmora::TcpIpHostSettings* host = velmora::TcpIpHostSettings::getInstance(err);
     if (host == nullptr) return nullptr;
-    if (!o.resolverPath.empty()) host->setResolverPath(o.resolverPath.c_str());
-    if (!o.hostnamePath.empty()) host->setHostnamePath(o.hostnamePath.c_str());
+    if (!s.networkResolverPath.empty()) host->setResolverPath(s.networkResolverPath.c_str());
+    if (!s.networkHostnamePath.empty()) host->setHostnamePath(s.networkHostnamePath.c_str());
     return host;
 }
 
@@ -190,8 +176,8 @@ void logRefusal(Exchange& x, const Reports& reports) {
         x.daemon->log()->warning(("network: " + logSafe(t)).c_str());
 }
 
-void apply(Exchange& x, const NetworkOptions& options) {
-    if (!options.apply) {
+void apply(Exchange& x, const Settings& now) {
+    if (!now.networkApply) {
         std::string why = "applying network settings is off: set network.apply=true in " +
                           x.daemon->settings().settingsFile();
         x.replyError(403, why.c_str());
@@ -210,7 +196,7 @@ void apply(Exchange& x, const NetworkOptions& options) {
     NetworkJournal& journal = NetworkJournal::instance();
     std::lock_guard<std::mutex> hold(journal.lock());
     Reports reports;
-    velmora::TcpIpHostSettings* host = hostFor(options, &reports);
+    velmora::TcpIpHostSettings* host = hostFor(now, &reports);
     if (host == nullptr) {
         x.replyError(500, "the host's network settings are not available");
         return;
@@ -368,9 +354,11 @@ void network(Exchange& x, bool get) {
         x.replyError(404, "no such endpoint; GET / lists them");
         return;
     }
-    NetworkOptions options = readOptions(x.daemon->settings());
+    // The file is read again for each request with the daemon's own rules for settings, so
+    // that network.apply and the file paths take effect without a reload.
+    std::shared_ptr<const Settings> now = settingsFromFile();
     if (post) {
-        apply(x, options);
+        apply(x, *now);
         return;
     }
     if (!get) {
@@ -382,7 +370,7 @@ void network(Exchange& x, bool get) {
     std::string answer;
     {
         std::lock_guard<std::mutex> hold(NetworkJournal::instance().lock());
-        velmora::TcpIpHostSettings* host = hostFor(options, &reports);
+        velmora::TcpIpHostSettings* host = hostFor(*now, &reports);
         if (host != nullptr) answer = document(host, &reports);
     }
     if (answer.empty()) {
