@@ -26,6 +26,9 @@ import unittest
 import xml.etree.ElementTree as ET
 from collections import Counter
 
+import namespaces
+from namespaces import sh
+
 try:
     from selenium import webdriver
     from selenium.webdriver.chrome.service import Service
@@ -41,27 +44,12 @@ CHROMIUM, DRIVER = "/usr/bin/chromium", "/usr/bin/chromedriver"
 ATTACKER = "127.0.0.2"
 
 
-def sh(*args):
-    return subprocess.run(args, check=True, capture_output=True, text=True).stdout.strip()
-
-
 def read(path):
     try:
         with open(path) as f:
             return f.read()
     except FileNotFoundError:
         return ""
-
-
-def make_network():
-    """The namespace's network: a veth pair, an address, a default gateway, a host name."""
-    for command in (["ip", "link", "set", "lo", "up"],
-                    ["ip", "link", "add", "v0", "type", "veth", "peer", "name", "v1"],
-                    ["ip", "link", "set", "v0", "up"], ["ip", "link", "set", "v1", "up"],
-                    ["ip", "addr", "add", "192.0.2.10/24", "dev", "v0"],
-                    ["ip", "route", "add", "default", "via", "192.0.2.1"],
-                    ["hostname", "browser-host"]):
-        sh(*command)
 
 
 class Host:
@@ -190,7 +178,7 @@ fetch("%(t)s/levels?name=velmorad&level=3", {method: "POST", mode: "no-cors",
 class SettingsPage(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        make_network()
+        namespaces.make_network("browser-host")
         cls.host = Host()
         cls.profile = tempfile.mkdtemp(prefix="velmorad-chromium-")
         options = webdriver.ChromeOptions()
@@ -459,26 +447,12 @@ def main():
     global DAEMON, OUTPUT
     DAEMON = os.path.abspath(sys.argv.pop(1))
     OUTPUT = os.path.abspath(sys.argv.pop(1))
-    if os.environ.get(INSIDE) != "1":
-        why = None
-        if webdriver is None:
-            why = "Python's selenium (python3-selenium) is not installed for " + sys.executable
-        elif os.geteuid() != 0:
-            why = "new network namespaces need root"
-        elif not (os.access(CHROMIUM, os.X_OK) and os.access(DRIVER, os.X_OK)):
-            why = "chromium and chromium-driver are not installed"
-        elif not shutil.which("unshare") or not shutil.which("ip"):
-            why = "unshare (util-linux) and ip (iproute2) are needed"
-        elif subprocess.run(["unshare", "--net", "--uts", "--mount", "true"],
-                            capture_output=True).returncode != 0:
-            why = "unshare is refused here"
-        if why:
-            print("skipped: " + why)
-            sys.exit(77)
-        env = dict(os.environ, **{INSIDE: "1"})
-        sys.exit(subprocess.run(["unshare", "--net", "--uts", "--mount", "--propagation",
-                                 "private", sys.executable, os.path.abspath(__file__),
-                                 DAEMON, OUTPUT] + sys.argv[1:], env=env).returncode)
+    why = None
+    if webdriver is None:
+        why = "Python's selenium (python3-selenium) is not installed for " + sys.executable
+    elif not (os.access(CHROMIUM, os.X_OK) and os.access(DRIVER, os.X_OK)):
+        why = "chromium and chromium-driver are not installed"
+    namespaces.run_inside(INSIDE, [DAEMON, OUTPUT], ["--net", "--uts", "--mount"], why=why)
     unittest.main(verbosity=2)
 
 

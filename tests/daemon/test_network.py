@@ -25,12 +25,11 @@ import time
 import unittest
 import xml.etree.ElementTree as ET
 
+import namespaces
+from namespaces import sh
+
 DAEMON = None
 INSIDE = "VELMORA_NETWORK_TEST_INSIDE"
-
-
-def sh(*args):
-    return subprocess.run(args, check=True, capture_output=True, text=True).stdout.strip()
 
 
 def ip_json(*args):
@@ -40,15 +39,9 @@ def ip_json(*args):
 class NetworkEndpoint(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        for command in (["sysctl", "-qw", "net.ipv6.conf.all.accept_dad=0",
-                         "net.ipv6.conf.default.accept_dad=0"],
-                        ["ip", "link", "set", "lo", "up"],
-                        ["ip", "link", "add", "v0", "type", "veth", "peer", "name", "v1"],
-                        ["ip", "link", "set", "v0", "up"], ["ip", "link", "set", "v1", "up"],
-                        ["ip", "addr", "add", "192.0.2.10/24", "dev", "v0"],
-                        ["ip", "route", "add", "default", "via", "192.0.2.1"],
-                        ["hostname", "ns-daemon"]):
-            sh(*command)
+        # New addresses are usable at once (no duplicate detection), the links' included.
+        sh("sysctl", "-qw", "net.ipv6.conf.all.accept_dad=0", "net.ipv6.conf.default.accept_dad=0")
+        namespaces.make_network("ns-daemon")
         cls.home = tempfile.mkdtemp(prefix="velmorad-network-")
         os.makedirs(os.path.join(cls.home, "lib"))
         cls.resolver = os.path.join(cls.home, "resolv.conf")
@@ -405,22 +398,7 @@ class NetworkEndpoint(unittest.TestCase):
 def main():
     global DAEMON
     DAEMON = os.path.abspath(sys.argv.pop(1))
-    if os.environ.get(INSIDE) != "1":
-        why = None
-        if os.geteuid() != 0:
-            why = "new network namespaces need root"
-        elif not shutil.which("unshare") or not shutil.which("ip"):
-            why = "unshare (util-linux) and ip (iproute2) are needed"
-        elif subprocess.run(["unshare", "--net", "--uts", "--mount", "true"],
-                            capture_output=True).returncode != 0:
-            why = "unshare is refused here"
-        if why:
-            print("skipped: " + why)
-            sys.exit(77)
-        env = dict(os.environ, **{INSIDE: "1"})
-        sys.exit(subprocess.run(["unshare", "--net", "--uts", "--mount", "--propagation",
-                                 "private", sys.executable, os.path.abspath(__file__),
-                                 DAEMON] + sys.argv[1:], env=env).returncode)
+    namespaces.run_inside(INSIDE, [DAEMON], ["--net", "--uts", "--mount"])
     unittest.main(verbosity=2)
 
 

@@ -25,13 +25,12 @@ import unittest
 import urllib.request
 import xml.etree.ElementTree as ET
 
+import namespaces
+from namespaces import sh
+
 DAEMON = None
 INSIDE = "VELMORA_PING_TEST_INSIDE"
 ANSWERING, SILENT, UNREACHABLE = "198.51.100.2", "192.0.2.9", "203.0.113.5"
-
-
-def sh(*args):
-    return subprocess.run(args, check=True, capture_output=True, text=True).stdout.strip()
 
 
 class Pings(unittest.TestCase):
@@ -120,20 +119,8 @@ class Pings(unittest.TestCase):
 def main():
     global DAEMON
     DAEMON = os.path.abspath(sys.argv.pop(1))
-    if os.environ.get(INSIDE) != "1":
-        why = None
-        if os.geteuid() != 0:
-            why = "new network namespaces need root"
-        elif not all(shutil.which(p) for p in ("unshare", "nsenter", "ip", "sysctl")):
-            why = "unshare, nsenter (util-linux), ip (iproute2) and sysctl are needed"
-        elif subprocess.run(["unshare", "--net", "true"], capture_output=True).returncode != 0:
-            why = "unshare is refused here"
-        if why:
-            print("skipped: " + why)
-            sys.exit(77)
-        env = dict(os.environ, **{INSIDE: "1"})
-        sys.exit(subprocess.run(["unshare", "--net", sys.executable, os.path.abspath(__file__),
-                                 DAEMON] + sys.argv[1:], env=env).returncode)
+    namespaces.run_inside(INSIDE, [DAEMON], ["--net"], ("unshare", "nsenter", "ip", "sysctl"),
+                          "unshare, nsenter (util-linux), ip (iproute2) and sysctl are needed")
     unittest.main(verbosity=2)
 
 

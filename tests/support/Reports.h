@@ -17,6 +17,13 @@ public:
         texts.push_back(b->getText() != nullptr ? b->getText() : "");
         keys.push_back(b->getKey() != nullptr ? b->getKey() : "");
     }
+    // Every text, each followed by a line end: one string for an assertion's message.
+    std::string all() const {
+        std::string s;
+        for (const std::string& t : texts)
+            s += t + "\n";
+        return s;
+    }
     std::vector<std::string> texts;
     std::vector<std::string> keys;  // "" for a text-only report
 };

@@ -26,34 +26,22 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "support/Reports.h"
 #include "support/TempDir.h"
 
 using namespace velmora;
 using velmora::test::readFile;
+using velmora::test::Reports;
 using velmora::test::TempDir;
 using velmora::test::writeFile;
 
 namespace {
-
-class Reports : public ErrorHandler {
-public:
-    void error(MessageBundle* b) override { texts.push_back(b->getText() ? b->getText() : ""); }
-    using ErrorHandler::error;
-    std::string all() const {
-        std::string s;
-        for (const std::string& t : texts)
-            s += t + "\n";
-        return s;
-    }
-    std::vector<std::string> texts;
-};
 
 std::string run(const std::string& command) {
     std::string out;
@@ -132,8 +120,9 @@ bool isolated(const std::function<void(TcpIpHostSettings*, const TempDir&)>& bod
     pid_t child = fork();
     if (child == 0) {
         if (unshare(CLONE_NEWNET | CLONE_NEWUTS | CLONE_NEWNS) != 0) _exit(77);
-        // Mounts made here stay here; sysfs then shows this namespace's links.
-        mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr);
+        // Mounts made here stay here (without that, none is made); sysfs then shows this
+        // namespace's links.
+        if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) _exit(77);
         mount("sysfs", "/sys", "sysfs", 0, nullptr);
         std::string setup =
             run("(sysctl -qw net.ipv6.conf.all.accept_dad=0 net.ipv6.conf.default.accept_dad=0 && "
@@ -164,7 +153,7 @@ bool isolated(const std::function<void(TcpIpHostSettings*, const TempDir&)>& bod
     int status = 0;
     waitpid(child, &status, 0);
     if (WIFEXITED(status) && WEXITSTATUS(status) == 77) {
-        *why = std::string("unshare refused here: ") + std::strerror(EPERM);
+        *why = "new namespaces with private mounts cannot be made here";
         return false;
     }
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child status " << status;

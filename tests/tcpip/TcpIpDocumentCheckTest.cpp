@@ -10,22 +10,10 @@
 #include <string>
 #include <vector>
 
+#include "support/Reports.h"
 #include "tcpip/RecordingSettings.h"
 
 namespace {
-
-class Problems : public velmora::ErrorHandler {
-public:
-    using velmora::ErrorHandler::error;
-    void error(velmora::MessageBundle* b) override { texts.push_back(b->getText()); }
-    std::string all() const {
-        std::string s;
-        for (const std::string& t : texts)
-            s += t + "\n";
-        return s;
-    }
-    std::vector<std::string> texts;
-};
 
 const std::string kEth0 =
     "<adapter id=\"eth0\" enabled=\"true\" ipv6Enabled=\"true\" ipAddress=\"192.0.2.10\" "
@@ -105,7 +93,7 @@ TEST(TcpIpDocumentCheck, RefusesWhatIsNotSoundAndAcceptsWhatIs) {
          "4 DNS servers given; the resolver uses 3"},
     };
     for (const auto& c : cases) {
-        Problems problems;
+        velmora::test::Reports problems;
         velmora::TcpIpDocumentCheck check(&host);
         check.requireAdapterFlags(true);
         int found = check.check(c.first.data(), c.first.size(), &problems);
@@ -117,7 +105,7 @@ TEST(TcpIpDocumentCheck, RefusesWhatIsNotSoundAndAcceptsWhatIs) {
                                                                         << problems.all();
         }
     }
-    Problems problems;
+    velmora::test::Reports problems;
     std::string three =
         "<tcpIpSettings hostname=\"-bad\"><dnsHosts><dnsHost ipAddress=\"x\"/></dnsHosts>"
         "<adapters><adapter id=\"eth0\" ipAddress=\"1.2.3\" subnetMask=\"255.0.0.0\"/>"

@@ -131,8 +131,4 @@ bool isAddressLiteral(const std::string& text) {
     return dottedQuad(text) || (text.find(':') != std::string::npos && ipv6Literal(text, &numeric));
 }
 
-bool isLoopbackAddress(const std::string& numeric) {
-    return numeric == "::1" || (numeric.compare(0, 4, "127.") == 0 && dottedQuad(numeric));
-}
-
 }  // namespace velmorad

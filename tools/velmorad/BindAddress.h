@@ -15,7 +15,5 @@ namespace velmorad {
 bool resolveBindAddress(const std::string& text, std::string* numeric, std::string* why);
 // True for a numeric IPv4 or IPv6 address (no name resolution).
 bool isAddressLiteral(const std::string& text);
-// True for 127.0.0.0/8 and ::1 (numeric text as resolveBindAddress gives it).
-bool isLoopbackAddress(const std::string& numeric);
 
 }  // namespace velmorad

@@ -38,6 +38,7 @@
 #include <string>
 #include <vector>
 
+#include "AddressText.h"
 #include "Daemon.h"
 #include "HostServices.h"
 #include "LogSafe.h"
@@ -51,26 +52,12 @@ namespace {
 
 const int kMaxWindow = 3600;
 
-struct NetworkOptions {
-    bool apply = false;
-    std::string resolverPath, hostnamePath;
-};
-
-NetworkOptions readOptions(const Settings&) {
-    // The file is read again for each request with the daemon's own rules for settings.
-    std::shared_ptr<const Settings> now = settingsFromFile();
-    NetworkOptions o;
-    o.apply = now->networkApply;
-    o.resolverPath = now->networkResolverPath;
-    o.hostnamePath = now->networkHostnamePath;
-    return o;
-}
-
-velmora::TcpIpHostSettings* hostFor(const NetworkOptions& o, velmora::ErrorHandler* err) {
+// The host's settings object, reading the resolver and host-name files that `s` names.
+velmora::TcpIpHostSettings* hostFor(const Settings& s, velmora::ErrorHandler* err) {
     velmora::TcpIpHostSettings* host = velmora::TcpIpHostSettings::getInstance(err);
     if (host == nullptr) return nullptr;
-    if (!o.resolverPath.empty()) host->setResolverPath(o.resolverPath.c_str());
-    if (!o.hostnamePath.empty()) host->setHostnamePath(o.hostnamePath.c_str());
+    if (!s.networkResolverPath.empty()) host->setResolverPath(s.networkResolverPath.c_str());
+    if (!s.networkHostnamePath.empty()) host->setHostnamePath(s.networkHostnamePath.c_str());
     return host;
 }
 
@@ -92,23 +79,18 @@ std::unique_ptr<velmora::XElem> parse(const std::string& body) {
 }
 
 // Equal texts, or the same address written two ways ("2001:DB8::1", "2001:db8::1"); a
-// device suffix ("fe80::1%eth0") is not part of the address.
+// device suffix ("fe80::1%eth0") is not part of the address. Only literals are read: a
+// name is never looked up here.
 bool sameAddress(std::string a, std::string b) {
     for (std::string* s : {&a, &b}) {
         size_t percent = s->find('%');
         if (percent != std::string::npos) s->erase(percent);
     }
     if (a == b) return true;
-    if (a.empty() || b.empty()) return false;
-    for (int family :
-         {velmora::InetAddress::getIpv4Family(), velmora::InetAddress::getIpv6Family()}) {
-        unsigned char x[16] = {}, y[16] = {};
-        if (velmora::InetAddress::inet_pton(family, a.c_str(), x) == 1 &&
-            velmora::InetAddress::inet_pton(family, b.c_str(), y) == 1) {
-            return std::memcmp(x, y, sizeof x) == 0;
-        }
-    }
-    return false;
+    unsigned char x[16] = {}, y[16] = {};
+    const int size = parseAddressLiteral(a.c_str(), x);
+    return size != 0 && parseAddressLiteral(b.c_str(), y) == size &&
+           std::memcmp(x, y, static_cast<size_t>(size)) == 0;
 }
 
 // A gateway that the document asks for but the host does not show afterwards (a system
@@ -194,8 +176,8 @@ void logRefusal(Exchange& x, const Reports& reports) {
         x.daemon->log()->warning(("network: " + logSafe(t)).c_str());
 }
 
-void apply(Exchange& x, const NetworkOptions& options) {
-    if (!options.apply) {
+void apply(Exchange& x, const Settings& now) {
+    if (!now.networkApply) {
         std::string why = "applying network settings is off: set network.apply=true in " +
                           x.daemon->settings().settingsFile();
         x.replyError(403, why.c_str());
@@ -214,7 +196,7 @@ void apply(Exchange& x, const NetworkOptions& options) {
     NetworkJournal& journal = NetworkJournal::instance();
     std::lock_guard<std::mutex> hold(journal.lock());
     Reports reports;
-    velmora::TcpIpHostSettings* host = hostFor(options, &reports);
+    velmora::TcpIpHostSettings* host = hostFor(now, &reports);
     if (host == nullptr) {
         x.replyError(500, "the host's network settings are not available");
         return;
@@ -372,9 +354,11 @@ void network(Exchange& x, bool get) {
         x.replyError(404, "no such endpoint; GET / lists them");
         return;
     }
-    NetworkOptions options = readOptions(x.daemon->settings());
+    // The file is read again for each request with the daemon's own rules for settings, so
+    // that network.apply and the file paths take effect without a reload.
+    std::shared_ptr<const Settings> now = settingsFromFile();
     if (post) {
-        apply(x, options);
+        apply(x, *now);
         return;
     }
     if (!get) {
@@ -386,7 +370,7 @@ void network(Exchange& x, bool get) {
     std::string answer;
     {
         std::lock_guard<std::mutex> hold(NetworkJournal::instance().lock());
-        velmora::TcpIpHostSettings* host = hostFor(options, &reports);
+        velmora::TcpIpHostSettings* host = hostFor(*now, &reports);
         if (host != nullptr) answer = document(host, &reports);
     }
     if (answer.empty()) {

@@ -23,16 +23,23 @@ std::string lower(std::string text) {
     return text;
 }
 
-std::vector<std::string> listOf(const std::string& text) {
+std::vector<std::string> itemsOf(const std::string& text) {
     std::vector<std::string> items;
     size_t start = 0;
     while (start <= text.size()) {
         size_t comma = text.find(',', start);
         if (comma == std::string::npos) comma = text.size();
-        std::string item = lower(trim(text.substr(start, comma - start)));
+        std::string item = trim(text.substr(start, comma - start));
         if (!item.empty()) items.push_back(item);
         start = comma + 1;
     }
+    return items;
+}
+
+std::vector<std::string> listOf(const std::string& text) {
+    std::vector<std::string> items = itemsOf(text);
+    for (std::string& item : items)
+        item = lower(item);
     return items;
 }
 

@@ -18,7 +18,9 @@ bool isLoopback(const std::string& bind);
 // The name part of a Host value ("name", "name:port", "[v6]:port"), lower case; "" when the
 // value is not of that form (a port that is not 1 to 5 digits, a character no host name has).
 std::string hostName(const std::string& host);
-// The items of a comma-separated setting, trimmed, lower case, empty ones left out.
+// The items of a comma-separated setting, trimmed, empty ones left out, letter case kept.
+std::vector<std::string> itemsOf(const std::string& text);
+// The same items in lower case.
 std::vector<std::string> listOf(const std::string& text);
 // The media type of a Content-Type value without its parameters, lower case.
 std::string mediaType(const char* value);

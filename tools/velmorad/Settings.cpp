@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "BindAddress.h"
+#include "RequestText.h"
 #include "SettingsText.h"
 
 namespace velmorad {
@@ -115,12 +116,6 @@ const std::vector<Key>& keys() {
     return table;
 }
 
-std::string lower(std::string text) {
-    for (char& c : text)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return text;
-}
-
 // Edits (insert, delete, replace, swap of neighbours) from one word to the other, ignoring
 // letter case.
 size_t distance(const std::string& a0, const std::string& b0) {
@@ -170,21 +165,6 @@ bool parseInteger(const std::string& text, int64_t* out) {
     return true;
 }
 
-std::vector<std::string> splitList(const std::string& text) {
-    std::vector<std::string> items;
-    size_t start = 0;
-    while (start <= text.size()) {
-        size_t comma = text.find(',', start);
-        if (comma == std::string::npos) comma = text.size();
-        std::string item = text.substr(start, comma - start);
-        item.erase(0, item.find_first_not_of(" \t"));
-        item.erase(item.find_last_not_of(" \t") + 1);
-        if (!item.empty()) items.push_back(item);
-        start = comma + 1;
-    }
-    return items;
-}
-
 // Sets the value of one known key; an empty string, or why the value is refused.
 std::string setValue(const Key& k, const std::string& value, Settings* s) {
     switch (k.kind) {
@@ -229,7 +209,7 @@ std::string setValue(const Key& k, const std::string& value, Settings* s) {
             return "";
         case Kind::AddressList:
         case Kind::NameList: {
-            for (const std::string& item : splitList(value)) {
+            for (const std::string& item : itemsOf(value)) {
                 if (k.kind == Kind::AddressList && !isAddressLiteral(item)) {
                     return "\"" + item + "\" is not a numeric IPv4 or IPv6 address";
                 }
@@ -290,10 +270,6 @@ std::string Settings::tokenPath() const {
 
 std::string Settings::hostForUrl() const {
     return bindAddress.find(':') != std::string::npos ? "[" + bindAddress + "]" : bindAddress;
-}
-
-bool Settings::loopback() const {
-    return isLoopbackAddress(bindAddress);
 }
 
 const char* defaultSettingsText() {

@@ -49,7 +49,6 @@ struct Settings {
     std::string tokenPath() const;
     // The address and port as they go into a URL: an IPv6 address in brackets.
     std::string hostForUrl() const;
-    bool loopback() const;
 };
 
 // What reading a settings file found: errors keep the daemon from starting, warnings

@@ -1,6 +1,7 @@
 #include "Token.h"
 
 #include <velmora/files/FileUtil.h>
+#include <velmora/text/CharUtil.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -37,12 +38,8 @@ int64_t stampOf(const std::string& path) {
 std::string newToken() {
     unsigned char bytes[kRandomBytes];
     if (!secureRandom(bytes, sizeof bytes)) return std::string();
-    static const char kHex[] = "0123456789abcdef";
-    std::string text;
-    for (unsigned char b : bytes) {
-        text += kHex[b >> 4];
-        text += kHex[b & 0x0F];
-    }
+    char text[2 * kRandomBytes + 1];
+    velmora::CharUtil::hexEncode(bytes, static_cast<int>(sizeof bytes), text);
     return text;
 }
 

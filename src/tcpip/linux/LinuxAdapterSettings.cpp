@@ -108,19 +108,6 @@ bool ipv6Address(const char* id, netlink::Address* out) {
     return true;
 }
 
-std::string ipv6Switch(const char* id) {
-    return std::string("/proc/sys/net/ipv6/conf/") + id + "/disable_ipv6";
-}
-
-bool readIpv6Switch(const char* id, bool* disabled) {
-    std::string text;
-    int code = 0;
-    if (std::strchr(id, '/') != nullptr || *id == '\0' || *id == '.') return false;
-    if (!linuxnet::readText(ipv6Switch(id).c_str(), &text, &code)) return false;
-    *disabled = !text.empty() && text[0] != '0';
-    return true;
-}
-
 std::string maskText(int prefix) {
     unsigned char bytes[4];
     for (int i = 0; i < 4; ++i) {
@@ -482,7 +469,7 @@ int TcpIpAdapterSettings::setEnabled(ErrorHandler* err, bool on) {
 
 bool TcpIpAdapterSettings::isIpv6Supported(ErrorHandler*) {
     bool disabled = false;
-    return readIpv6Switch(id_, &disabled);
+    return linuxnet::readIpv6Switch(id_, &disabled);
 }
 
 bool TcpIpAdapterSettings::canDisableIpv6(ErrorHandler* err) {
@@ -491,7 +478,7 @@ bool TcpIpAdapterSettings::canDisableIpv6(ErrorHandler* err) {
 
 bool TcpIpAdapterSettings::isIpv6Enabled(ErrorHandler*) {
     bool disabled = true;
-    return readIpv6Switch(id_, &disabled) && !disabled;
+    return linuxnet::readIpv6Switch(id_, &disabled) && !disabled;
 }
 
 bool TcpIpAdapterSettings::isIpv6DhcpEnabled(ErrorHandler*) {
@@ -612,20 +599,14 @@ int TcpIpAdapterSettings::setIpv6DefaultDevice(ErrorHandler* err, const char*) {
 
 int TcpIpAdapterSettings::setIpv6Enabled(ErrorHandler* err, bool on) {
     bool disabled = true;
-    if (!readIpv6Switch(id_, &disabled)) {
+    if (!linuxnet::readIpv6Switch(id_, &disabled)) {
         if (!on) return 0;
         linuxnet::report(err, "TcpIpAdapterSettings.noIpv6", id_,
                          std::string("IPv6 is not available on ") + id_);
         return -1;
     }
     if (disabled != on) return 0;
-    std::string path = ipv6Switch(id_);
-    FILE* f = std::fopen(path.c_str(), "w");
-    int code = f == nullptr ? errno : 0;
-    if (f != nullptr) {
-        if (std::fputs(on ? "0\n" : "1\n", f) < 0) code = errno;
-        if (std::fclose(f) != 0 && code == 0) code = errno;
-    }
+    int code = linuxnet::writeIpv6Switch(id_, !on);
     if (code != 0) {
         linuxnet::reportSystem(
             err, kKey, std::string("Cannot switch IPv6 ") + (on ? "on" : "off") + " on " + id_,

@@ -17,6 +17,7 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -87,6 +88,31 @@ int writePrivately(const char* path, const std::string& text) {
     int fd = ::open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (fd >= 0) ::close(fd);
     return writeAtomically(path, text);
+}
+
+namespace {
+
+std::string ipv6SwitchPath(const std::string& link) {
+    return "/proc/sys/net/ipv6/conf/" + link + "/disable_ipv6";
+}
+
+}  // namespace
+
+bool readIpv6Switch(const std::string& link, bool* disabled) {
+    std::string text;
+    int code = 0;
+    if (link.empty() || link[0] == '.' || link.find('/') != std::string::npos) return false;
+    if (!readText(ipv6SwitchPath(link).c_str(), &text, &code)) return false;
+    *disabled = !text.empty() && text[0] != '0';
+    return true;
+}
+
+int writeIpv6Switch(const std::string& link, bool disabled) {
+    FILE* f = std::fopen(ipv6SwitchPath(link).c_str(), "w");
+    if (f == nullptr) return errno;
+    int code = std::fputs(disabled ? "1\n" : "0\n", f) < 0 ? errno : 0;
+    if (std::fclose(f) != 0 && code == 0) code = errno;
+    return code;
 }
 
 std::string addressText(int family, const unsigned char* bytes) {

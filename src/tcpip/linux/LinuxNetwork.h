@@ -73,6 +73,12 @@ int writeAtomically(const char* path, const std::string& text);
 // The same for a file only its owner may read (mode 0600 whatever the old file had).
 int writePrivately(const char* path, const std::string& text);
 
+// The link's IPv6 switch (/proc/sys/net/ipv6/conf/<link>/disable_ipv6): false when the
+// kernel has no IPv6 for the link or the name could leave that directory.
+bool readIpv6Switch(const std::string& link, bool* disabled);
+// Sets the switch. 0 or errno.
+int writeIpv6Switch(const std::string& link, bool disabled);
+
 // The numeric text of 4 or 16 address bytes.
 std::string addressText(int family, const unsigned char* bytes);
 

@@ -60,16 +60,11 @@ void reportFailure(ErrorHandler* err, const std::string& what, int code) {
 const int kFamilies[2] = {AF_INET, AF_INET6};
 const char kMagic[] = "velmora-network-capture 1";
 
-std::string ipv6SwitchPath(const std::string& link) {
-    return "/proc/sys/net/ipv6/conf/" + link + "/disable_ipv6";
-}
-
+// 1 when the link's IPv6 is switched off, 0 when on, -1 when the link has none.
 int readIpv6Switch(const std::string& link) {
-    std::string text;
-    int code = 0;
-    if (link.empty() || link[0] == '.' || link.find('/') != std::string::npos) return -1;
-    if (!linuxnet::readText(ipv6SwitchPath(link).c_str(), &text, &code)) return -1;
-    return !text.empty() && text[0] != '0' ? 1 : 0;
+    bool disabled = false;
+    if (!linuxnet::readIpv6Switch(link, &disabled)) return -1;
+    return disabled ? 1 : 0;
 }
 
 bool readFile(State::File* f, const char* path) {
@@ -141,12 +136,7 @@ int restoreLinks(const State& s, ErrorHandler* err) {
         }
         int disabled = readIpv6Switch(l.name);
         if (l.ipv6Disabled >= 0 && disabled >= 0 && disabled != l.ipv6Disabled) {
-            FILE* f = std::fopen(ipv6SwitchPath(l.name).c_str(), "w");
-            int code = f == nullptr ? errno : 0;
-            if (f != nullptr) {
-                if (std::fputs(l.ipv6Disabled != 0 ? "1\n" : "0\n", f) < 0) code = errno;
-                if (std::fclose(f) != 0 && code == 0) code = errno;
-            }
+            int code = linuxnet::writeIpv6Switch(l.name, l.ipv6Disabled != 0);
             if (code != 0) {
                 reportFailure(err, "Cannot put back the IPv6 switch of " + l.name, code);
                 ++failed;
