@@ -55,7 +55,7 @@ def slow_head():
     # A request a byte at a time, slower than the daemon allows for a whole head.
     s = connect(timeout=60)
     try:
-        for b in b"GET /status HTTP/1.1\r\nHost: x\r\nX-Slow: " + b"s" * 200:
+        for b in b"GET /status HTTP/1.1\r\nHost: 127.0.0.1\r\nX-Slow: " + b"s" * 200:
             s.sendall(bytes([b]))
             readable, _, _ = select.select([s], [], [], 0.5)
             if readable or time.time() > END:
@@ -92,7 +92,7 @@ def junk():
 
 def abrupt_close():
     s = connect()
-    s.sendall(b"GET /status HTTP/1.1\r\nHost: x\r\n"[: random.randint(0, 30)])
+    s.sendall(b"GET /status HTTP/1.1\r\nHost: 127.0.0.1\r\n"[: random.randint(0, 30)])
     if random.random() < 0.5:  # a reset instead of an orderly close
         s.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
     s.close()
@@ -108,7 +108,7 @@ def flood():
             try:
                 s = connect()
                 if i % 4 == 0:
-                    s.sendall(b"GET /status HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n")
+                    s.sendall(b"GET /status HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n")
                 sockets.append(s)
             except OSError:
                 count("flood", "connect failed")
@@ -116,7 +116,7 @@ def flood():
         for i, s in enumerate(sockets):
             try:
                 if i % 4 != 0:
-                    s.sendall(b"GET /status HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n")
+                    s.sendall(b"GET /status HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n")
             except OSError:
                 pass  # the answer (503) may be waiting still
             count("flood", read_answer(s))
