@@ -21,6 +21,9 @@ int localPort(uint64_t handle);
 // The local address of a connected handle as 4 or 16 bytes (an IPv4-mapped IPv6 address
 // as its 4): 4 or 6, or 0 when it cannot be had.
 int localAddress(uint64_t handle, unsigned char* bytes16);
+// The 4 (`family` 4) or 16 (6) bytes of an address as localAddress gives them: an
+// IPv4-mapped IPv6 address as its 4 bytes. Answers 4 or 6. Portable, shared by the back ends.
+int addressBytes(int family, const unsigned char* raw, unsigned char* bytes16);
 // The name of the network interface that holds the address (`family` 4 or 6), or "" when
 // none does or the system cannot say (Windows: the adapter list is the library's).
 std::string interfaceOf(const unsigned char* bytes16, int family);

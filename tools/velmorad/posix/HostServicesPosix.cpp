@@ -67,19 +67,16 @@ int localAddress(uint64_t handle, unsigned char* bytes16) {
     if (getsockname(static_cast<int>(handle), reinterpret_cast<sockaddr*>(&address), &length) != 0)
         return 0;
     if (address.ss_family == AF_INET) {
-        std::memcpy(bytes16, &reinterpret_cast<sockaddr_in*>(&address)->sin_addr, 4);
-        return 4;
+        return addressBytes(4,
+                            reinterpret_cast<const unsigned char*>(
+                                &reinterpret_cast<sockaddr_in*>(&address)->sin_addr),
+                            bytes16);
     }
     if (address.ss_family != AF_INET6) return 0;
-    const unsigned char* a = reinterpret_cast<const unsigned char*>(
-        &reinterpret_cast<sockaddr_in6*>(&address)->sin6_addr);
-    static const unsigned char mapped[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF};
-    if (std::memcmp(a, mapped, 12) == 0) {
-        std::memcpy(bytes16, a + 12, 4);
-        return 4;
-    }
-    std::memcpy(bytes16, a, 16);
-    return 6;
+    return addressBytes(6,
+                        reinterpret_cast<const unsigned char*>(
+                            &reinterpret_cast<sockaddr_in6*>(&address)->sin6_addr),
+                        bytes16);
 }
 
 void shutdownSend(uint64_t handle) {
