@@ -14,17 +14,21 @@ void require(bool ok) {
     if (!ok) std::abort();
 }
 
-// What the resolver would be asked about: letters, digits, '-' and '.' with a letter.
-bool looksLikeName(const std::string& text) {
-    bool letter = false;
+// What the resolver would be asked about: letters, digits, '-' and '.' (brackets around
+// them taken off), unless it is digits and dots only.
+bool looksLikeName(std::string text) {
+    if (text.size() > 2 && text.front() == '[' && text.back() == ']') {
+        text = text.substr(1, text.size() - 2);
+    }
+    bool other = false;
     for (unsigned char c : text) {
-        if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z')) {
-            letter = true;
-        } else if (!(c >= '0' && c <= '9') && c != '-' && c != '.') {
+        if (c == '-' || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z')) {
+            other = true;
+        } else if (!(c >= '0' && c <= '9') && c != '.') {
             return false;
         }
     }
-    return letter;
+    return other;
 }
 
 }  // namespace

@@ -39,6 +39,7 @@ CASES = [
      "the host name no-such-host.invalid does not resolve"),
     (["--check", "--bind", "::1"], None, 0, "would listen on http://[::1]:8080/"),
     (["--check", "--bind=[::1]"], None, 0, "would listen on http://[::1]:8080/"),
+    (["--check", "--bind=[127.0.0.1]"], None, 1, "[127.0.0.1] is not an IPv6 address"),
     (["--check", "--config", "{config}"], "port = 18090\n", 0, "would listen on http://127.0.0.1:18090/"),
     (["--check", "--config", "{config}"], "port=70000\n", 1, ":1: port: 70000 is out of range (0 to 65535)"),
     (["--check", "--config", "{config}"], "port=abc\n", 1, ':1: port: "abc" is not a whole number'),

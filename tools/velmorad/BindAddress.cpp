@@ -4,6 +4,8 @@
 
 #include <cctype>
 
+#include "AddressText.h"
+
 namespace velmorad {
 
 namespace {
@@ -62,21 +64,12 @@ bool numericText(int family, const unsigned char* bytes, std::string* out) {
     return true;
 }
 
-// Hexadecimal groups and colons (a dotted IPv4 tail allowed), read by the resolver as a
-// number: such text never makes the resolver look a name up.
+// An IPv6 literal, read by the system's literal parser: text with colons that is not one
+// ("a:b") would otherwise go to the resolver as a name and be looked up.
 bool ipv6Literal(const std::string& text, std::string* numeric) {
-    size_t colons = 0;
-    for (char c : text) {
-        if (c == ':') {
-            ++colons;
-        } else if (!std::isxdigit(static_cast<unsigned char>(c)) && c != '.') {
-            return false;
-        }
-    }
     unsigned char bytes[16];
-    const int family = velmora::InetAddress::getIpv6Family();
-    return colons >= 2 && velmora::InetAddress::inet_pton(family, text.c_str(), bytes) == 1 &&
-           numericText(family, bytes, numeric);
+    return text.find(':') != std::string::npos && parseAddressLiteral(text.c_str(), bytes) == 16 &&
+           numericText(velmora::InetAddress::getIpv6Family(), bytes, numeric);
 }
 
 }  // namespace
@@ -93,10 +86,10 @@ bool resolveBindAddress(const std::string& given, std::string* numeric, std::str
             return false;
         }
     }
-    if (text.size() > 2 && text.front() == '[' && text.back() == ']') {
-        text = text.substr(1, text.size() - 2);
-    }
-    if (text.find(':') != std::string::npos) {
+    // Brackets are for IPv6 addresses only: "[192.0.2.1]" is not taken as 192.0.2.1.
+    const bool bracketed = text.size() > 2 && text.front() == '[' && text.back() == ']';
+    if (bracketed) text = text.substr(1, text.size() - 2);
+    if (bracketed || text.find(':') != std::string::npos) {
         if (ipv6Literal(text, numeric)) return true;
         *why = given + " is not an IPv6 address";
         return false;

@@ -63,16 +63,19 @@ int writeAll(int fd, const char* data, size_t len) {
 }
 
 // A new, empty file beside `target` under a name no other save uses (process, counter
-// and a random part), made with the usual creation mode so the umask applies to it.
+// and a random part), made with the usual creation mode so the umask applies to it. The
+// random part is drawn once per process: drawing it costs a system call, and the counter
+// already tells one save of this process from the next.
 int createBeside(const std::string& target, int* fd, std::string* temp) {
     static std::atomic<unsigned> counter{0};
+    static const unsigned salt = static_cast<unsigned>(std::random_device()());
     size_t slash = target.rfind('/');
     std::string dir = slash == std::string::npos ? "" : target.substr(0, slash + 1);
     std::string name = slash == std::string::npos ? target : target.substr(slash + 1);
     for (int tries = 0; tries < 100; ++tries) {
         char unique[64];
         std::snprintf(unique, sizeof unique, ".%ld.%u.%08x", static_cast<long>(::getpid()),
-                      counter.fetch_add(1), static_cast<unsigned>(std::random_device()()));
+                      counter.fetch_add(1), salt);
         *temp = dir + "." + name + unique;
         *fd = ::open(temp->c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (*fd >= 0) return 0;

@@ -16,6 +16,8 @@
 #include <string>
 #include <vector>
 
+#include "tcpip/ConfigurationChoice.h"
+
 namespace velmora {
 
 namespace {
@@ -220,9 +222,8 @@ private:
         return S_OK;
     }
 
-    // The object path of the configuration whose MACAddress is `mac`. Several
-    // configurations may share one hardware address (virtual adapters, miniports without
-    // IP): the one with IP enabled is taken, the first one only when none has it.
+    // The object path of the configuration whose MACAddress is `mac`: the IP-enabled one
+    // where several share the address (see ConfigurationChoice).
     static HRESULT findAdapter(IWbemServices* services, const char* mac, Bstr& path) {
         Bstr language(L"WQL");
         Bstr query(L"SELECT * FROM Win32_NetworkAdapterConfiguration WHERE MACAddress = '" +
@@ -232,6 +233,7 @@ private:
                                          WBEM_FLAG_FORWARD_ONLY | WBEM_FLAG_RETURN_IMMEDIATELY,
                                          nullptr, rows.out());
         if (FAILED(hr)) return hr;
+        ConfigurationChoice<std::wstring> choice;
         for (;;) {
             ComRef<IWbemClassObject> row;
             ULONG count = 0;
@@ -245,13 +247,11 @@ private:
             const bool ipEnabled =
                 SUCCEEDED(row->Get(L"IPEnabled", 0, enabled.get(), nullptr, nullptr)) &&
                 enabled.get()->vt == VT_BOOL && enabled.get()->boolVal != VARIANT_FALSE;
-            if (path.get() == nullptr || ipEnabled) {
-                SysFreeString(path.get());
-                *path.out() = SysAllocString(value.get()->bstrVal);
-            }
-            if (ipEnabled) return S_OK;
+            if (choice.offer(value.get()->bstrVal, ipEnabled)) break;
         }
-        return path.get() != nullptr ? S_OK : static_cast<HRESULT>(WBEM_E_NOT_FOUND);
+        if (!choice.found()) return static_cast<HRESULT>(WBEM_E_NOT_FOUND);
+        *path.out() = SysAllocString(choice.chosen().c_str());
+        return S_OK;
     }
 
     // The method's input parameters filled by `fill`; none when the method takes none.

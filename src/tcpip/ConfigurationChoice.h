@@ -1,0 +1,36 @@
+// Which of several network adapter configurations that share one hardware address a
+// change goes to. Virtual adapters and miniports without IP can carry the same address as
+// the real adapter; the configuration with IP enabled is the one to change, the first one
+// offered only when none has IP enabled.
+//
+//   velmora::ConfigurationChoice<std::wstring> choice;
+//   for (each configuration row)
+//       if (choice.offer(row.path, row.ipEnabled)) break;  // final: IP enabled
+//   if (choice.found()) use(choice.chosen());
+#pragma once
+
+namespace velmora {
+
+template <typename Path>
+class ConfigurationChoice {
+public:
+    // True when the choice is final and the rest need not be offered.
+    bool offer(const Path& path, bool ipEnabled) {
+        if (final_) return true;
+        if (!found_ || ipEnabled) {
+            chosen_ = path;
+            found_ = true;
+        }
+        final_ = ipEnabled;
+        return final_;
+    }
+    bool found() const { return found_; }
+    const Path& chosen() const { return chosen_; }
+
+private:
+    Path chosen_{};
+    bool found_ = false;
+    bool final_ = false;
+};
+
+}  // namespace velmora
