@@ -42,7 +42,12 @@ trap cleanup EXIT
 mkdir -p "$work/home/lib" "$work/www" "$work/logs"
 # Room for the idle connections beside wrk's.
 echo "maxConnections=11000" >"$work/home/lib/velmorad.properties"
-build/release/tools/velmorad/velmorad --port 0 --home "$work/home" >"$work/daemon.out" &
+# In a session of its own, as nginx puts itself and systemd puts a service: the scheduler
+# then shares the cores between wrk and the server as whole groups. Started from this
+# script's session, the daemon would share one group with wrk's threads, which take the
+# core from it at every answer they are woken by (three times the involuntary switches
+# nginx has, and about 10 % fewer requests with `Connection: close`).
+setsid build/release/tools/velmorad/velmorad --port 0 --home "$work/home" >"$work/daemon.out" &
 daemon_pid=$!
 for _ in $(seq 50); do grep -q listening "$work/daemon.out" 2>/dev/null && break; sleep 0.1; done
 port=$(sed -n 's|.*http://127.0.0.1:\([0-9]*\)/.*|\1|p' "$work/daemon.out" | head -n1)

@@ -27,10 +27,22 @@ AccessLog::AccessLog(const std::string& path, int backups, int64_t maxBytes)
 
 AccessLog::~AccessLog() {
     flush();
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        stopping_ = true;
+    }
+    handed_.notify_one();
+    if (writer_.joinable()) writer_.join();
     if (file_ != nullptr) std::fclose(file_);
 }
 
 bool AccessLog::open() {
+    if (!openFile()) return false;
+    if (!writer_.joinable()) writer_ = std::thread([this] { writerLoop(); });
+    return true;
+}
+
+bool AccessLog::openFile() {
     file_ = std::fopen(path_.c_str(), "ab");
     if (file_ == nullptr) return false;
     std::fseek(file_, 0, SEEK_END);
@@ -90,49 +102,95 @@ void AccessLog::add(const Entry& e) {
     b.append("\" \"");
     field(e.userAgent, &b);
     b.append("\"\n");
-    if (b.size() >= kBatchBytes) flush();
+    if (b.size() >= kBatchBytes) handOver();
 }
 
 void AccessLog::flushIfDue(std::chrono::steady_clock::time_point now) {
     if (buffer_.empty() || now - lastWrite_ < kBatchInterval) return;
     lastWrite_ = now;
-    flush();
+    handOver();
 }
 
 void AccessLog::flush() {
+    handOver();
+    std::unique_lock<std::mutex> lock(mutex_);
+    if (!writer_.joinable()) return;
+    const uint64_t mine = batchesHanded_;
+    written_.wait(lock, [&] { return batchesWritten_ >= mine; });
+}
+
+void AccessLog::handOver() {
     if (buffer_.empty()) return;
-    if (file_ == nullptr && !open()) {
-        // Kept for the next try rather than dropped, up to a bound.
-        if (buffer_.size() > 16 * kBatchBytes) buffer_.clear();
-        return;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        // Kept for the writer rather than dropped, up to a bound: a file that cannot be
+        // opened (or a disk far slower than the requests) must not take all memory.
+        if (pending_.size() > 16 * kBatchBytes) pending_.clear();
+        if (pending_.empty()) {
+            pending_.swap(buffer_);
+        } else {
+            pending_.append(buffer_);
+        }
+        ++batchesHanded_;
     }
+    buffer_.clear();
+    handed_.notify_one();
+}
+
+void AccessLog::writerLoop() {
+    std::string batch;
+    std::unique_lock<std::mutex> lock(mutex_);
+    for (;;) {
+        handed_.wait(lock, [&] { return stopping_ || batchesWritten_ < batchesHanded_; });
+        if (batchesWritten_ == batchesHanded_ && stopping_) return;
+        const uint64_t taken = batchesHanded_;
+        batch.swap(pending_);
+        lock.unlock();
+        const bool whole = write(&batch);
+        lock.lock();
+        if (!whole) {
+            // The file could not be opened: what is left goes first in the next try.
+            batch.append(pending_);
+            pending_.swap(batch);
+        }
+        batch.clear();
+        batchesWritten_ = taken;
+        written_.notify_all();
+    }
+}
+
+// Writes `batch` (the writer's thread only); false when the file could not be opened and
+// a part is left in it.
+bool AccessLog::write(std::string* batch) {
+    std::string& b = *batch;
+    if (file_ == nullptr && !openFile()) return false;
     // The file is rotated before the line that would take it past its limit, so that no
     // file grows beyond it by more than one line.
     size_t from = 0;
-    while (from < buffer_.size()) {
-        size_t end = buffer_.size();
+    while (from < b.size()) {
+        size_t end = b.size();
         if (maxBytes_ > 0 && size_ + static_cast<int64_t>(end - from) > maxBytes_) {
             size_t room = static_cast<size_t>(maxBytes_ > size_ ? maxBytes_ - size_ : 0);
-            size_t cut = buffer_.rfind('\n', from + room - (room > 0 ? 1 : 0));
+            size_t cut = b.rfind('\n', from + room - (room > 0 ? 1 : 0));
             if (room > 0 && cut != std::string::npos && cut >= from) {
                 end = cut + 1;
             } else if (size_ > 0) {
                 rotate();
                 if (file_ == nullptr) {
-                    buffer_.erase(0, from);  // the rest waits for the file to open
-                    return;
+                    b.erase(0, from);  // the rest waits for the file to open
+                    return false;
                 }
                 continue;
             } else {
-                end = buffer_.find('\n', from) + 1;  // one line longer than the limit
+                end = b.find('\n', from) + 1;  // one line longer than the limit
             }
         }
-        std::fwrite(buffer_.data() + from, 1, end - from, file_);
+        std::fwrite(b.data() + from, 1, end - from, file_);
         size_ += static_cast<int64_t>(end - from);
         from = end;
     }
     std::fflush(file_);
-    buffer_.clear();
+    return true;
 }
 
 // access.log becomes access.log.1, access.log.1 becomes .2, and so on up to the backups
@@ -153,7 +211,7 @@ void AccessLog::rotate() {
     } else {
         std::remove(path_.c_str());
     }
-    open();
+    openFile();
 }
 
 }  // namespace velmorad

@@ -5,8 +5,9 @@
 // in its own file, every byte that came from the client escaped (control characters,
 // quotes, backslashes and bytes above 126 as \xNN) so that no request can end a line or
 // a field early. Lines collect in a buffer of the event loop's thread, the only thread
-// that logs requests, and reach the file in batches: at most every 100 ms and at stop,
-// always whole lines. The file is rotated by size like the daemon's log.
+// that logs requests, and are handed in batches (at most every 100 ms, and at stop) to a
+// writer thread of the log's own, so that neither the write nor a rotation ever holds up
+// the loop; the file always gets whole lines. It is rotated by size like the daemon's log.
 //
 //   velmorad::AccessLog log("logs/access.log", 5, 10 << 20);
 //   log.open();
@@ -15,10 +16,13 @@
 #pragma once
 
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
+#include <mutex>
 #include <string>
+#include <thread>
 
 namespace velmorad {
 
@@ -35,11 +39,12 @@ public:
 
     AccessLog(const std::string& path, int backups, int64_t maxBytes);
     ~AccessLog();
+    // Opens the file and starts the writer.
     bool open();
 
     void add(const Entry& entry);
     void flushIfDue(std::chrono::steady_clock::time_point now);
-    // Writes what is buffered now.
+    // Hands over what is buffered and waits until it is written.
     void flush();
 
     // Appends `text` to `out` with every byte that could forge or break a line or a quoted
@@ -47,6 +52,11 @@ public:
     static void escape(const char* text, size_t length, std::string* out);
 
 private:
+    void handOver();
+    void writerLoop();
+    // The writer's side: the file, its size and rotation.
+    bool openFile();
+    bool write(std::string* batch);
     void rotate();
     const std::string& stamp(std::time_t now);
 
@@ -55,7 +65,14 @@ private:
     int64_t maxBytes_;
     std::FILE* file_ = nullptr;
     int64_t size_ = 0;
-    std::string buffer_;
+    std::string buffer_;  // the loop's lines not yet handed over
+
+    std::mutex mutex_;
+    std::condition_variable handed_, written_;
+    std::string pending_;  // handed over, not yet written (under mutex_)
+    uint64_t batchesHanded_ = 0, batchesWritten_ = 0;
+    bool stopping_ = false;
+    std::thread writer_;
     std::chrono::steady_clock::time_point lastWrite_{};
     std::time_t stampedAt_ = 0;
     std::string stamp_;

@@ -505,19 +505,22 @@ void Daemon::dispatch(Connection* c) {
     finish(c);
 }
 
-// The exchange is over: its answer is in the send buffer. Logged, then sent.
+// The exchange is over: its answer is in the send buffer. Sent first, so that the client
+// does not wait for the bookkeeping, then counted and logged. Sending may close the
+// connection, but the object stays until the end of the loop's round, and nothing in
+// send() starts the next request.
 void Daemon::finish(Connection* c) {
     Exchange& x = *c->exchange;
     c->output->flush();
+    c->closeAfter = !x.keepAlive || c->output->getSocketError();
+    c->lingerAfter = false;
+    c->state = Connection::kWriting;
+    send(c);
     countRequest();
     long bytes = x.streamStart >= 0 ? c->output->delivered() - x.streamStart : x.bytes;
     logRequest(c, x.status, bytes);
-    c->closeAfter = !x.keepAlive || c->output->getSocketError();
-    c->lingerAfter = false;
     c->exchange.reset();
     c->request.reset();
-    c->state = Connection::kWriting;
-    send(c);
 }
 
 // A request refused before its route ran (malformed, too large, over the cap): the
