@@ -168,10 +168,13 @@ void Daemon::run() {
             sweep(now);
             nextSweep = now + std::chrono::milliseconds(kSweepMs);
         }
-        // Closed connections are deleted here, after every event that could name them.
-        for (size_t i = 0; i < connections_.size();) {
-            Connection* c = connections_[i];
-            if (c->handle == kNoHandle && !c->onWorker) {
+        // Closed connections are deleted here, after every event that could name them;
+        // one whose worker still runs waits for the worker.
+        for (size_t i = 0; i < closed_.size();) {
+            Connection* c = closed_[i];
+            if (!c->onWorker) {
+                closed_[i] = closed_.back();
+                closed_.pop_back();
                 destroy(c);
             } else {
                 ++i;
@@ -209,6 +212,7 @@ void Daemon::run() {
         delete c;
     }
     connections_.clear();
+    closed_.clear();
     waiting_.clear();
     access_.flush();
 }
@@ -282,6 +286,7 @@ void Daemon::close(Connection* c) {
     poller_->remove(c->handle);
     closeHandle(c->handle);
     c->handle = kNoHandle;
+    closed_.push_back(c);
     if (c->onWorker) {
         std::lock_guard<std::mutex> lock(c->mailboxMutex);
         c->cut = true;

@@ -103,6 +103,7 @@ private:
     std::atomic<long> served_{0};
     int cut_ = 0;
     std::vector<Connection*> connections_;
+    std::vector<Connection*> closed_;  // closed this round or waiting for their worker
     std::deque<Connection*> waiting_;  // accepted over the cap, waiting for a place
 
     std::mutex postMutex_;
