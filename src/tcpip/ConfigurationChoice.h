@@ -3,19 +3,20 @@
 // the real adapter; the configuration with IP enabled is the one to change, the first one
 // offered only when none has IP enabled.
 //
-//   velmora::ConfigurationChoice<std::wstring> choice;
+//   velmora::ConfigurationChoice choice;
 //   for (each configuration row)
 //       if (choice.offer(row.path, row.ipEnabled)) break;  // final: IP enabled
 //   if (choice.found()) use(choice.chosen());
 #pragma once
 
+#include <string>
+
 namespace velmora {
 
-template <typename Path>
 class ConfigurationChoice {
 public:
     // True when the choice is final and the rest need not be offered.
-    bool offer(const Path& path, bool ipEnabled) {
+    bool offer(const std::wstring& path, bool ipEnabled) {
         if (final_) return true;
         if (!found_ || ipEnabled) {
             chosen_ = path;
@@ -25,10 +26,10 @@ public:
         return final_;
     }
     bool found() const { return found_; }
-    const Path& chosen() const { return chosen_; }
+    const std::wstring& chosen() const { return chosen_; }
 
 private:
-    Path chosen_{};
+    std::wstring chosen_;
     bool found_ = false;
     bool final_ = false;
 };

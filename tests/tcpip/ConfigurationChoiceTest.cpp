@@ -14,7 +14,7 @@ namespace {
 
 // The path chosen from rows offered in order, as the WMI query's rows are, or "" when none.
 std::wstring choose(const std::vector<std::pair<std::wstring, bool>>& rows, int* offered) {
-    ConfigurationChoice<std::wstring> choice;
+    ConfigurationChoice choice;
     *offered = 0;
     for (const auto& row : rows) {
         ++*offered;

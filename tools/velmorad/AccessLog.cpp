@@ -106,8 +106,8 @@ void AccessLog::add(const Entry& e) {
 }
 
 void AccessLog::flushIfDue(std::chrono::steady_clock::time_point now) {
-    if (buffer_.empty() || now - lastWrite_ < kBatchInterval) return;
-    lastWrite_ = now;
+    if (buffer_.empty() || now - lastHandOver_ < kBatchInterval) return;
+    lastHandOver_ = now;
     handOver();
 }
 

@@ -73,7 +73,7 @@ private:
     uint64_t batchesHanded_ = 0, batchesWritten_ = 0;
     bool stopping_ = false;
     std::thread writer_;
-    std::chrono::steady_clock::time_point lastWrite_{};
+    std::chrono::steady_clock::time_point lastHandOver_{};
     std::time_t stampedAt_ = 0;
     std::string stamp_;
 };

@@ -233,7 +233,7 @@ private:
                                          WBEM_FLAG_FORWARD_ONLY | WBEM_FLAG_RETURN_IMMEDIATELY,
                                          nullptr, rows.out());
         if (FAILED(hr)) return hr;
-        ConfigurationChoice<std::wstring> choice;
+        ConfigurationChoice choice;
         for (;;) {
             ComRef<IWbemClassObject> row;
             ULONG count = 0;
