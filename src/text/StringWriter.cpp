@@ -105,6 +105,38 @@ bool StringWriter::reserve(size_t size) {
     return true;
 }
 
+char* StringWriter::spare(size_t want, size_t* room) {
+    PlatformUtil::lockMutex(&mutex_);
+    const size_t length = length_.load(std::memory_order_relaxed);
+    // The text stays below 4 GiB, its zero included.
+    const size_t limit = UINT32_MAX - 1;
+    char* at = nullptr;
+    if (!closed_ && buffer_ != nullptr && length + want < limit && reserve(length + want + 1)) {
+        at = buffer_ + length;
+        const size_t free = allocated_ - length - 1;
+        *room = free < limit - length ? free : limit - length;
+    }
+    PlatformUtil::unlockMutex(&mutex_);
+    return at;
+}
+
+void StringWriter::takeSpare(size_t n) {
+    PlatformUtil::lockMutex(&mutex_);
+    size_t length = length_.load(std::memory_order_relaxed);
+    size_t zeroTo = length + n + 32;
+    if (!closed_) length += n;
+    if (length >= capacity_) {
+        // The capacity follows in whole increments, and what it takes in is zeroed.
+        capacity_ += static_cast<uint32_t>(((length - capacity_) / increment_ + 1) * increment_);
+        if (capacity_ > zeroTo) zeroTo = capacity_;
+    }
+    if (zeroTo > allocated_) zeroTo = allocated_;
+    if (capacity_ > allocated_) capacity_ = static_cast<uint32_t>(allocated_);
+    std::memset(buffer_ + length, 0, zeroTo - length);
+    length_.store(static_cast<uint32_t>(length), std::memory_order_release);
+    PlatformUtil::unlockMutex(&mutex_);
+}
+
 bool StringWriter::write(char c) {
     return write(&c, 1) == 1;
 }

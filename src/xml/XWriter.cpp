@@ -41,13 +41,13 @@ void XWriter::setBlock(char* block, int cap) {
     blockCap_ = block != nullptr ? cap : 0;
 }
 
-void XWriter::flushBlock() const {
+void XWriter::passBlock(bool) const {
     if (blockLen_ > 0) forward(block_, blockLen_);
     blockLen_ = 0;
 }
 
 CharWriter* XWriter::getCharWriter() const {
-    flushBlock();
+    if (block_ != nullptr) passBlock(true);
     return out_;
 }
 

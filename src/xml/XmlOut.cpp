@@ -31,14 +31,16 @@ constexpr PlainTable kTable;
 }  // namespace
 
 void XmlOut::flush() {
-    if (n_ > 0) {
-        // The writer's own block goes to its target; a run's block to the writer, so
-        // that a writer that overrides write() sees everything written.
-        if (borrowed_) {
-            out_->forward(buf_, n_);
-        } else {
-            out_->write(buf_, n_);
-        }
+    if (borrowed_) {
+        // The writer's own block goes to its target, which may move the block.
+        out_->blockLen_ = n_;
+        out_->passBlock(false);
+        buf_ = out_->block_;
+        cap_ = out_->blockCap_;
+    } else if (n_ > 0) {
+        // A run's block goes to the writer, so that a writer that overrides write() sees
+        // everything written.
+        out_->write(buf_, n_);
     }
     n_ = 0;
 }
@@ -57,6 +59,8 @@ void XmlOut::putLong(const char* s, size_t n) {
             s += piece;
             n -= static_cast<size_t>(piece);
         }
+        // The target grew behind the writer's block: the block moves past the new text.
+        if (borrowed_) flush();
         return;
     }
     std::memcpy(buf_, s, n);
@@ -418,38 +422,35 @@ struct XmlOutWide {
                                                                         const unsigned char* s,
                                                                         const unsigned char* end,
                                                                         bool escapeWhitespace) {
-        const __m256i space = _mm256_set1_epi8(' ');
-        const __m256i del = _mm256_set1_epi8(0x7f);
-        const __m256i quot = _mm256_set1_epi8('"');
-        const __m256i apos = _mm256_set1_epi8('\'');
-        const __m256i lt = _mm256_set1_epi8('<');
-        const __m256i gt = _mm256_set1_epi8('>');
-        const __m256i amp = _mm256_set1_epi8('&');
-        const __m256i tab = _mm256_set1_epi8('\t');
-        const __m256i lf = _mm256_set1_epi8('\n');
-        const __m256i cr = _mm256_set1_epi8('\r');
+        // Which bytes need a reference, found by two table look-ups per 32 bytes: the
+        // high half of a byte picks a group of bytes (control bytes, 0x20-0x2F, 0x30-0x3F,
+        // 0x70-0x7F), the low half the groups it escapes in, and a byte needs one when
+        // both agree. Bytes above 127 pick no group; the UTF-8 check deals with them.
+        const __m256i byHigh = _mm256_setr_epi8(1, 2, 4, 8, 0, 0, 0, 16, 0, 0, 0, 0, 0, 0, 0, 0, 1,
+                                                2, 4, 8, 0, 0, 0, 16, 0, 0, 0, 0, 0, 0, 0, 0);
+        // Low halves: every control byte (bits 1 and 2: 0x00-0x1F), " & ' (bit 4: 0x22,
+        // 0x26, 0x27), < > (bit 8: 0x3C, 0x3E) and 127 (bit 16: 0x7F); tab, line feed and
+        // carriage return (0x09, 0x0A, 0x0D) lose bit 1 where white space is kept.
+        const char t = escapeWhitespace ? 1 : 0;
+        const __m256i byLow =
+            _mm256_setr_epi8(3, 3, 7, 3, 3, 3, 7, 7, 3, 2 | t, 2 | t, 3, 11, 2 | t, 11, 19, 3, 3, 7,
+                             3, 3, 3, 7, 7, 3, 2 | t, 2 | t, 3, 11, 2 | t, 11, 19);
+        const __m256i lowHalf = _mm256_set1_epi8(0x0F);
+        const __m256i zero = _mm256_setzero_si256();
         const __m256i ef = _mm256_set1_epi8(static_cast<char>(0xEF));
         const __m256i bf = _mm256_set1_epi8(static_cast<char>(0xBF));
         const __m256i be = _mm256_set1_epi8(static_cast<char>(0xBE));
         const bool utf8 = out.utf8_;
         while (end - s >= 32) {
+            // The text is mostly read once, from memory: asked for a few lines ahead.
+            _mm_prefetch(reinterpret_cast<const char*>(s) + 512, _MM_HINT_T0);
             const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
-            // Signed: the bytes above 127 count as below 32 and are taken out.
             const uint32_t high = static_cast<uint32_t>(_mm256_movemask_epi8(v));
+            const __m256i groups = _mm256_and_si256(
+                _mm256_shuffle_epi8(byHigh, _mm256_and_si256(_mm256_srli_epi16(v, 4), lowHalf)),
+                _mm256_shuffle_epi8(byLow, _mm256_and_si256(v, lowHalf)));
             uint32_t escape =
-                static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpgt_epi8(space, v))) & ~high;
-            if (!escapeWhitespace) {
-                __m256i ws = _mm256_or_si256(
-                    _mm256_cmpeq_epi8(v, tab),
-                    _mm256_or_si256(_mm256_cmpeq_epi8(v, lf), _mm256_cmpeq_epi8(v, cr)));
-                escape &= ~static_cast<uint32_t>(_mm256_movemask_epi8(ws));
-            }
-            __m256i special = _mm256_or_si256(_mm256_cmpeq_epi8(v, del), _mm256_cmpeq_epi8(v, amp));
-            special = _mm256_or_si256(
-                special, _mm256_or_si256(_mm256_cmpeq_epi8(v, quot), _mm256_cmpeq_epi8(v, apos)));
-            special = _mm256_or_si256(
-                special, _mm256_or_si256(_mm256_cmpeq_epi8(v, lt), _mm256_cmpeq_epi8(v, gt)));
-            escape |= static_cast<uint32_t>(_mm256_movemask_epi8(special));
+                ~static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(groups, zero)));
             int step = 32;
             if (high != 0) {
                 if (!utf8) {

@@ -92,3 +92,41 @@ TEST(XWriter, CloseReachesTheTarget) {
     buffered.w("y");
     EXPECT_STREQ(buffered.getString(), "x");
 }
+
+// The buffered writer writes in the text's own memory: the text it hands out must still
+// end in a zero right after what was written, whatever the helpers wrote past the end, and
+// texts longer than any block, clearing and writing to the handed-out text all keep every
+// byte in order.
+TEST(XWriter, BufferedTextKeepsEveryByteInOrder) {
+    std::string expected;
+    BufferedXWriter out;
+    out.setUtf8(true);
+    for (int i = 1; i < 40; ++i) {
+        std::string piece(static_cast<size_t>(i * 7), 'a');
+        piece[static_cast<size_t>(i)] = '<';
+        out.safe(piece.c_str(), static_cast<int>(piece.size()), false);
+        piece.replace(static_cast<size_t>(i), 1, "&lt;");
+        expected += piece;
+    }
+    out.indent(2);  // written as 16 spaces, of which 2 count
+    expected += "  ";
+    ASSERT_EQ(std::string(out.getString()), expected);
+    CharWriter* text = out.getCharWriter();
+    ASSERT_NE(text, nullptr);
+    text->write('!');
+    expected += '!';
+    EXPECT_EQ(std::string(out.getString()), expected) << "a zero follows the handed-out text";
+    const std::string big(3 << 20, 'b');
+    out.w(big.c_str())->indent(3);
+    text->write("|", 1);
+    expected += big + "   |";
+    EXPECT_EQ(out.getLength(), expected.size());
+    EXPECT_TRUE(std::string(out.getString()) == expected);
+
+    BufferedXWriter fresh;
+    fresh.w(big.c_str())->w('c');
+    fresh.clear();
+    fresh.safe("\xc3\xa9x");
+    EXPECT_STREQ(fresh.getString(), "&#xc3;&#xa9;x") << "after clear the text starts again";
+    EXPECT_EQ(fresh.getLength(), 13u);
+}

@@ -46,6 +46,16 @@ public:
     void unlock();
 
 private:
+    // A BufferedXWriter gathers straight into the memory after the text and hands it over
+    // in place, without a copy.
+    friend class BufferedXWriter;
+    // At least `want` bytes of memory right after the text, `*room` of them in all; null
+    // when closed or without the memory.
+    char* spare(size_t want, size_t* room);
+    // Takes the `n` bytes written at spare() into the text (none when closed). The 32
+    // bytes after them may hold bytes written past them and are zeroed again.
+    void takeSpare(size_t n);
+
     StringWriter(const StringWriter&) = delete;
     StringWriter& operator=(const StringWriter&) = delete;
     void init(uint32_t increment, size_t allocate);

@@ -1,7 +1,9 @@
 // An XWriter into its own growing text, for building documents in memory. The helpers
-// gather their bytes in a block of the writer's own and hand the text one write per block,
-// so a document written piece by piece costs no call into the text (and no take of its
-// lock) per piece; like the text itself, the writer is for one thread at a time.
+// write straight into the text's memory after its end, and the text takes those bytes
+// over when it is read, so a document written piece by piece costs no call into the text
+// (and no take of its lock) per piece, nor a copy; like the text itself, the writer is
+// for one thread at a time. Once getCharWriter() has handed the text out, every helper
+// call writes through to it, in order with what others write there.
 //
 //   velmora::BufferedXWriter out;
 //   elem.write(&out, 0);
@@ -25,9 +27,13 @@ public:
     const char* getString() const;
     uint32_t getLength() const;
 
+protected:
+    void passBlock(bool lending) const override;
+
 private:
     StringWriter* buffer_;
-    char* block_;
+    char* block_;  // the writer's own block, for when the text's memory cannot be used
+    mutable bool lent_ = false;  // getCharWriter() handed the text out
 };
 
 }  // namespace velmora

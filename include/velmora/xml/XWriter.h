@@ -90,7 +90,23 @@ protected:
     // block; null: every helper call writes through. Only for a target that nothing else
     // writes to, read after flushBlock().
     void setBlock(char* block, int cap);
-    void flushBlock() const;  // hands the gathered bytes to the target
+    // Hands the gathered bytes to the target (through passBlock).
+    void flushBlock() const {
+        if (blockLen_ > 0) passBlock(false);
+    }
+    // Hands the gathered bytes to the target in one write and empties the block. A writer
+    // whose block lies in its target's own memory takes them over in place instead and
+    // moves the block past them; `lending`: the target is about to be handed out
+    // (getCharWriter), so that others may write to it from now on.
+    virtual void passBlock(bool lending) const;
+    // Puts the block elsewhere, empty, without handing anything over (for passBlock).
+    void moveBlock(char* block, int cap) const {
+        block_ = block;
+        blockCap_ = block != nullptr ? cap : 0;
+        blockLen_ = 0;
+    }
+    char* getBlock() const { return block_; }
+    int getBlockLength() const { return blockLen_; }
 
 private:
     friend class xml::XmlOut;
@@ -107,8 +123,8 @@ private:
     // Kept apart from blockCap_: the helpers store the length as four bytes, and a read
     // of both fields as one eight-byte word would wait for that store to retire.
     mutable int blockLen_ = 0;
-    char* block_ = nullptr;
-    int blockCap_ = 0;
+    mutable char* block_ = nullptr;
+    mutable int blockCap_ = 0;
 };
 
 }  // namespace velmora
