@@ -31,6 +31,7 @@ constexpr PlainTable kTable;
 }  // namespace
 
 void XmlOut::flush() {
+    flushed_ += static_cast<size_t>(n_);
     if (borrowed_) {
         // The writer's own block goes to its target, which may move the block.
         out_->blockLen_ = n_;
@@ -443,7 +444,7 @@ struct XmlOutWide {
         const bool utf8 = out.utf8_;
         while (end - s >= 32) {
             // The text is mostly read once, from memory: asked for a few lines ahead.
-            _mm_prefetch(reinterpret_cast<const char*>(s) + 512, _MM_HINT_T0);
+            _mm_prefetch(reinterpret_cast<const char*>(s) + XmlOut::kReadAhead, _MM_HINT_T0);
             const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
             const uint32_t high = static_cast<uint32_t>(_mm256_movemask_epi8(v));
             const __m256i groups = _mm256_and_si256(

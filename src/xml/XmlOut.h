@@ -19,6 +19,8 @@ namespace xml {
 class XmlOut {
 public:
     enum { kSize = 8192 };  // the block of a run on the stack
+    // How far ahead of the escaping its text is asked for from memory.
+    enum { kReadAhead = 1024 };
     // Gathers into the caller's `buf` of `cap` bytes (at least 64) unless the writer has
     // a block of its own: a whole tree goes out in larger blocks, so that a file target
     // gets fewer, larger writes.
@@ -82,6 +84,8 @@ public:
         put("]]>", 3);
     }
     void flush();
+    // Bytes gathered by this run so far, for telling how much a piece of it wrote.
+    size_t count() const { return flushed_ + static_cast<size_t>(n_); }
 
 private:
     XmlOut(const XmlOut&) = delete;
@@ -125,6 +129,7 @@ private:
     int n_ = 0;
     bool utf8_;
     bool borrowed_ = false;  // buf_ is the writer's block
+    size_t flushed_ = 0;     // bytes handed on by flush()
 };
 
 #if defined(_MSC_VER)

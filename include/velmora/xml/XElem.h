@@ -132,6 +132,7 @@ private:
     void putAttr(const XNs* ns, bool useNs, const char* name, const char* value);
     void unlinkAttr(Attr* a);
     void writeTo(xml::XmlOut& out, int indent) const;
+    static void warmAhead(const Item* i);  // for writeTo: the siblings after `i`
 
     // The qualified name "prefix:name" (or just the name), inside the element when its
     // size is at most 128 bytes, else in a heap block; name_ points into it after the
