@@ -268,6 +268,7 @@ const char* XElem::uri() const {
 }
 
 void XElem::setNs(const XNs* ns) {
+    if (ns == nullptr && ns_ == nullptr) return;  // no namespace before or after
     // The same namespace again (as the parser sets it on every start tag) keeps the copy
     // already held instead of making a new one; the names change only with the prefix.
     bool hadPrefix = prefix() != nullptr;

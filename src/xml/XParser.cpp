@@ -759,7 +759,10 @@ void XParser::readEndTag() {
     const XNs* ns = hasPrefix_ ? (hasName_ ? lookup(prefix_) : nullptr) : defaultNs_;
     if (depth_ < 1) return;
     XElem* open = elemStack_[depth_ - 1];
-    if (!named || std::strcmp(name_, open->getName()) != 0 || !XNs::equals(ns, open->getNs()))
+    // The open element's local name ends its qualified name, whose length it keeps.
+    const size_t openLen = open->qnameLength_ - static_cast<size_t>(open->name_ - open->qname_);
+    if (!named || static_cast<size_t>(nameLen_) != openLen ||
+        std::memcmp(name_, open->name_, openLen) != 0 || !XNs::equals(ns, open->getNs()))
         return;
     skipWhitespace();
     finishChar(readChar());
