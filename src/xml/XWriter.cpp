@@ -41,6 +41,10 @@ void XWriter::setBlock(char* block, int cap) {
     blockCap_ = block != nullptr ? cap : 0;
 }
 
+void XWriter::flushBlock() const {
+    if (blockLen_ > 0) passBlock(false);
+}
+
 void XWriter::passBlock(bool) const {
     if (blockLen_ > 0) forward(block_, blockLen_);
     blockLen_ = 0;

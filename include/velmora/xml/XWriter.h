@@ -90,10 +90,7 @@ protected:
     // block; null: every helper call writes through. Only for a target that nothing else
     // writes to, read after flushBlock().
     void setBlock(char* block, int cap);
-    // Hands the gathered bytes to the target (through passBlock).
-    void flushBlock() const {
-        if (blockLen_ > 0) passBlock(false);
-    }
+    void flushBlock() const;  // hands the gathered bytes to the target (through passBlock)
     // Hands the gathered bytes to the target in one write and empties the block. A writer
     // whose block lies in its target's own memory takes them over in place instead and
     // moves the block past them; `lending`: the target is about to be handed out
