@@ -17,15 +17,26 @@ private:
 
 }  // namespace
 
-KeyedList::KeyedList() {
-    PlatformUtil::createMutex(&mutex_);
-}
+KeyedList::KeyedList() = default;
 
 KeyedList::~KeyedList() {
-    lock();
-    clear();
+    // A list never locked has no mutex, and nobody to wait for.
+    PlatformMutex m = mutex_.load(std::memory_order_acquire);
+    if (m != nullptr) lock();
+    freeAll(head_);
+    head_ = nullptr;
     freeAll(detached_);
-    PlatformUtil::destroyMutex(&mutex_);
+    if (m != nullptr) PlatformUtil::destroyMutex(&m);
+}
+
+PlatformMutex KeyedList::makeMutex() {
+    PlatformMutex fresh = nullptr;
+    PlatformUtil::createMutex(&fresh);
+    PlatformMutex expected = nullptr;
+    if (mutex_.compare_exchange_strong(expected, fresh, std::memory_order_acq_rel)) return fresh;
+    // Another thread made it first.
+    PlatformUtil::destroyMutex(&fresh);
+    return expected;
 }
 
 void KeyedList::freeAll(ListTuple* t) {
@@ -37,11 +48,14 @@ void KeyedList::freeAll(ListTuple* t) {
 }
 
 void KeyedList::lock() {
-    PlatformUtil::lockMutex(&mutex_);
+    PlatformMutex m = mutex_.load(std::memory_order_acquire);
+    if (m == nullptr) m = makeMutex();
+    PlatformUtil::lockMutex(&m);
 }
 
 void KeyedList::unlock() {
-    PlatformUtil::unlockMutex(&mutex_);
+    PlatformMutex m = mutex_.load(std::memory_order_acquire);
+    PlatformUtil::unlockMutex(&m);
 }
 
 // Positions at or past the count are refused by the callers; the walk still stops at the

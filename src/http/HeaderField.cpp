@@ -28,6 +28,25 @@ char* copyText(const char* s) {
     return s != nullptr ? copyText(s, std::strlen(s)) : nullptr;
 }
 
+// A name and its value in one block, the value right after the name's zero: a field
+// costs one allocation.
+void copyPair(const char* name, size_t nameLength, const char* value, size_t valueLength,
+              char** nameOut, char** valueOut) {
+    char* block = static_cast<char*>(std::malloc(nameLength + valueLength + 2));
+    if (block == nullptr) return;
+    std::memcpy(block, name, nameLength);
+    block[nameLength] = '\0';
+    std::memcpy(block + nameLength + 1, value, valueLength);
+    block[nameLength + 1 + valueLength] = '\0';
+    *nameOut = block;
+    *valueOut = block + nameLength + 1;
+}
+
+// Whether `value` lies in the name's block (and goes with it).
+bool sharesBlock(const char* name, const char* value) {
+    return name != nullptr && value == name + std::strlen(name) + 1;
+}
+
 }  // namespace
 
 HeaderField::HeaderField(const char* line) {
@@ -38,11 +57,11 @@ HeaderField::HeaderField(const char* line) {
     while (isBlank(*p))
         ++p;
     if (*p == '\0') return;
-    name_ = copyText(line, static_cast<size_t>(colon - line));
     const char* end = p;
     while (*end != '\0' && !isBlank(*end))
         ++end;
-    value_ = copyText(p, static_cast<size_t>(end - p));
+    copyPair(line, static_cast<size_t>(colon - line), p, static_cast<size_t>(end - p), &name_,
+             &value_);
 
     // The rest splits at runs of blanks and commas, except inside double quotes, which
     // stay part of the attribute.
@@ -61,12 +80,18 @@ HeaderField::HeaderField(const char* line) {
     addAttribute(piece.c_str());
 }
 
-HeaderField::HeaderField(const char* name, const char* value)
-    : name_(copyText(name)), value_(copyText(value)) {}
+HeaderField::HeaderField(const char* name, const char* value) {
+    if (name != nullptr && value != nullptr) {
+        copyPair(name, std::strlen(name), value, std::strlen(value), &name_, &value_);
+    } else {
+        name_ = copyText(name);
+        value_ = copyText(value);
+    }
+}
 
 HeaderField::~HeaderField() {
+    if (!sharesBlock(name_, value_)) std::free(value_);
     std::free(name_);
-    std::free(value_);
 }
 
 void HeaderField::addAttribute(const char* text) {
@@ -85,7 +110,7 @@ void HeaderField::addAttribute(const char* text) {
 
 void HeaderField::setValue(const char* value) {
     char* copy = copyText(value);
-    std::free(value_);
+    if (!sharesBlock(name_, value_)) std::free(value_);
     value_ = copy;
 }
 

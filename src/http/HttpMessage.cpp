@@ -3,7 +3,7 @@
 #include <velmora/net/SocketInput.h>
 #include <velmora/net/SocketOutput.h>
 
-#include <cstdio>
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 
@@ -23,7 +23,7 @@ bool equalsIgnoreCase(const char* a, const char* b) {
 
 HeaderField* intField(const char* name, int value) {
     char text[16];
-    std::snprintf(text, sizeof text, "%d", value);
+    *std::to_chars(text, text + sizeof text - 1, value).ptr = '\0';
     return new HeaderField(name, text);
 }
 

@@ -1,5 +1,6 @@
 #include "AccessLog.h"
 
+#include <charconv>
 #include <cstring>
 
 #include "HostServices.h"
@@ -96,8 +97,11 @@ void AccessLog::add(const Entry& e) {
     field(e.requestLine, &b);
     b.append("\" ");
     char numbers[48];
-    std::snprintf(numbers, sizeof numbers, "%d %ld \"", e.status, e.bytes);
-    b.append(numbers);
+    char* end = std::to_chars(numbers, numbers + 20, e.status).ptr;
+    *end++ = ' ';
+    end = std::to_chars(end, end + 24, e.bytes).ptr;
+    b.append(numbers, static_cast<size_t>(end - numbers));
+    b.append(" \"");
     field(e.referer, &b);
     b.append("\" \"");
     field(e.userAgent, &b);

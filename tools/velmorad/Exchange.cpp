@@ -40,10 +40,18 @@ private:
     const std::string* body_;
 };
 
+// Every answer carries the date: formatted once a second on each thread.
 void stampDate(velmora::HttpResponse& response) {
+    thread_local std::time_t stampedAt = -1;
+    thread_local char text[40];
     std::time_t now = std::time(nullptr);
-    struct tm utc;
-    if (utcTime(now, &utc)) response.setFieldTime("Date", &utc);
+    if (now != stampedAt) {
+        struct tm utc;
+        if (!utcTime(now, &utc) || velmora::Http::formatTime(&utc, nullptr, text, sizeof text) != 0)
+            return;
+        stampedAt = now;
+    }
+    response.setField("Date", text);
 }
 
 }  // namespace

@@ -14,6 +14,8 @@
 // duplicateDeep() moves the entries into the copy, leaving this list empty.
 #pragma once
 
+#include <atomic>
+
 #include <cstdint>
 
 #include <velmora/collections/ListMap.h>
@@ -86,7 +88,9 @@ private:
     ListTuple* tail_ = nullptr;
     ListTuple* head_ = nullptr;
     int count_ = 0;
-    PlatformMutex mutex_ = nullptr;
+    PlatformMutex makeMutex();
+    // Made on the first lock: most lists (a header field's attributes) are never locked.
+    std::atomic<PlatformMutex> mutex_{nullptr};
     ListTuple* detached_ = nullptr;  // entries given away by duplicateDeep, freed at the end
 };
 
