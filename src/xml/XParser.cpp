@@ -143,16 +143,39 @@ int XParser::refill() {
 }
 
 // Hands the bytes taken from the reader's buffer back as read, so that the reader stands
-// exactly where a byte-by-byte parser would have left it.
+// exactly where a byte-by-byte parser would have left it. The rest of the window is kept
+// for the next event (checkWindow tells whether it still holds), so that an event costs no
+// call into the reader.
 void XParser::sync() {
     if (cur_ == nullptr) return;
     int n = static_cast<int>(cur_ - windowStart_);
     if (stringReader_ != nullptr) {
-        stringReader_->advance(n);
+        stringReader_->position_ += n;
     } else if (fileReader_ != nullptr) {
-        fileReader_->advance(n);
+        fileReader_->aheadPos_ += n;
+    } else {
+        cur_ = end_ = nullptr;
     }
-    cur_ = end_ = windowStart_ = nullptr;
+    windowStart_ = cur_;
+}
+
+// The kept window is the reader's own unread buffer unless someone read from the reader,
+// or it refilled or closed, since the last event; then it is dropped and taken afresh.
+void XParser::checkWindow() {
+    if (cur_ == nullptr) return;
+    const char* start = nullptr;
+    const char* end = nullptr;
+    if (stringReader_ != nullptr) {
+        start = stringReader_->buffer_ + stringReader_->position_;
+        end = stringReader_->buffer_ + stringReader_->length_;
+    } else if (fileReader_ != nullptr && fileReader_->ahead_ != nullptr && fileReader_->fd_ >= 0) {
+        start = fileReader_->ahead_ + fileReader_->aheadPos_;
+        end = fileReader_->ahead_ + fileReader_->aheadLen_;
+    }
+    if (reinterpret_cast<const unsigned char*>(start) != cur_ ||
+        reinterpret_cast<const unsigned char*>(end) != end_) {
+        cur_ = end_ = windowStart_ = nullptr;
+    }
 }
 
 // In the UTF-8 mode, whether byte `c` (above 127) continues well-formed UTF-8: a lead
@@ -800,6 +823,7 @@ void XParser::pop() {
 // --- events
 
 int XParser::next() {
+    checkWindow();
     if (popPending_) {
         popPending_ = false;
         pop();
@@ -928,6 +952,7 @@ XElem* XParser::parseCurrent(bool close) {
 
 void XParser::close() {
     sync();
+    cur_ = end_ = windowStart_ = nullptr;
     if (reader_ != nullptr) reader_->close();
 }
 

@@ -161,6 +161,23 @@ TEST(XParser, ReaderStandsAfterTheDocument) {
         EXPECT_STREQ(e->string(), "x");
         EXPECT_EQ(r->getChar(), 'r');
     }
+    // Between events too: what the caller reads there is gone for the parser.
+    std::string events = "<a>1</a>@<b>2</b>rest";
+    ASSERT_TRUE(test::writeFile(dir.file("e.xml"), events));
+    std::unique_ptr<FileReader> file2(FileReader::make(dir.file("e.xml").c_str()));
+    StringReader str2(events.data(), static_cast<int>(events.size()));
+    for (CharReader* r : std::vector<CharReader*>{file2.get(), &str2}) {
+        XParser p(r);
+        EXPECT_EQ(p.next(), XParser::START);
+        EXPECT_EQ(p.next(), XParser::TEXT);
+        EXPECT_EQ(p.next(), XParser::END);
+        EXPECT_EQ(r->getChar(), '@');
+        EXPECT_EQ(p.next(), XParser::START);
+        EXPECT_STREQ(p.elem()->getName(), "b");
+        EXPECT_EQ(p.next(), XParser::TEXT);
+        EXPECT_EQ(p.next(), XParser::END);
+        EXPECT_EQ(r->getChar(), 'r');
+    }
 }
 
 TEST(XParser, NestingBeyondTheStacksStaysInBounds) {

@@ -32,6 +32,8 @@ public:
     void advance(int n);
 
 private:
+    // The XML parser scans the buffer in place and keeps its view of it between events.
+    friend class XParser;
     explicit FileReader(int fd);
     FileReader(const FileReader&) = delete;
     FileReader& operator=(const FileReader&) = delete;

@@ -30,6 +30,8 @@ public:
     void advance(int n);
 
 private:
+    // The XML parser scans the buffer in place and keeps its view of it between events.
+    friend class XParser;
     StringReader(const StringReader&) = delete;
     StringReader& operator=(const StringReader&) = delete;
 

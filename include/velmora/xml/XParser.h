@@ -74,6 +74,7 @@ private:
     bool direct() const { return pushback_ < 0 && lookahead_ < 0 && !stopped_ && utf8Need_ == 0; }
     void appendDecoded(int c);
     void sync();
+    void checkWindow();  // drops the kept window when the reader moved since sync()
     int readChar();
     int readRaw();
     void finishChar(int c);
