@@ -748,9 +748,9 @@ void prefetchNode(const XContent* node) {
 // A tree read from a large document lies in memory the caches no longer hold, and each
 // node is reached through the one before it. While one child is written, the siblings
 // after it are brought in a step at a time, each step reading only what the step before
-// asked for one child earlier: the list item and node four ahead, the attributes and
-// first content item three ahead, that item's node two ahead, and the first line of the
-// next sibling's text.
+// asked for one child earlier: the list item five ahead and the node four ahead, the
+// attributes and first content item three ahead, that item's node two ahead, and the
+// first kilobyte of the next sibling's text.
 void XElem::warmAhead(const Item* i) {
     const Item* n1 = i->next;
     if (n1 == nullptr) return;
