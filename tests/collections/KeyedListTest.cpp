@@ -4,9 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
 #include <memory>
 #include <string>
+#include <thread>
+#include <vector>
 
 using namespace velmora;
 
@@ -125,4 +128,28 @@ TEST(Collections, ConcurrentSetAndGet) {
         EXPECT_LT(map->getInt(buf, 0), 2000);
     }
     map->unlock();
+}
+
+// A list makes its mutex on the first lock: threads that all lock a fresh list at once must
+// end up behind one mutex, so that no entry is lost.
+TEST(KeyedList, ConcurrentFirstLocksShareOneMutex) {
+    for (int round = 0; round < 50; ++round) {
+        KeyedList l;
+        std::atomic<bool> go{false};
+        std::vector<std::thread> threads;
+        for (int t = 0; t < 4; ++t) {
+            threads.emplace_back([&l, &go, t] {
+                while (!go.load())
+                    std::this_thread::yield();
+                for (int i = 0; i < 50; ++i)
+                    l.add(("k" + std::to_string(t)).c_str(), "v");
+            });
+        }
+        go = true;
+        for (std::thread& th : threads)
+            th.join();
+        ASSERT_EQ(l.getCount(), 200);
+        for (int t = 0; t < 4; ++t)
+            EXPECT_EQ(l.keyCount(("k" + std::to_string(t)).c_str()), 50);
+    }
 }
