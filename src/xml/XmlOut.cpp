@@ -442,6 +442,12 @@ struct XmlOutWide {
         const __m256i bf = _mm256_set1_epi8(static_cast<char>(0xBF));
         const __m256i be = _mm256_set1_epi8(static_cast<char>(0xBE));
         const bool utf8 = out.utf8_;
+        // The output cursor and the end of the run's room, kept in registers: after a
+        // store through a char pointer the compiler would otherwise load the run's fields
+        // again. The run's count is brought up to date before every call into it, and the
+        // cursor taken from it after.
+        char* d = out.buf_ + out.n_;
+        char* room = out.buf_ + out.cap_;
         while (end - s >= 32) {
             // The text is mostly read once, from memory: asked for a few lines ahead.
             _mm_prefetch(reinterpret_cast<const char*>(s) + XmlOut::kReadAhead, _MM_HINT_T0);
@@ -472,6 +478,7 @@ struct XmlOutWide {
                     }
                     if (!good) {
                         // The exact check of each sequence for these 32 bytes.
+                        out.n_ = static_cast<int>(d - out.buf_);
                         const unsigned char* limit = s + 32;
                         const unsigned char* run = s;
                         while (s < limit) {
@@ -490,6 +497,8 @@ struct XmlOutWide {
                         if (s > run)
                             out.put(reinterpret_cast<const char*>(run),
                                     static_cast<size_t>(s - run));
+                        d = out.buf_ + out.n_;
+                        room = out.buf_ + out.cap_;
                         continue;
                     }
                     // A sequence that the end of the 32 cuts off is left to the next step.
@@ -502,14 +511,35 @@ struct XmlOutWide {
                     }
                 }
             }
-            if (escape == 0 && out.cap_ - out.n_ >= 32) {
+            if (escape == 0 && room - d >= 32) {
                 // Stored whole; what lies past `step` is overwritten next.
-                _mm256_storeu_si256(reinterpret_cast<__m256i*>(out.buf_ + out.n_), v);
-                out.n_ += step;
+                _mm256_storeu_si256(reinterpret_cast<__m256i*>(d), v);
+                d += step;
                 s += step;
                 continue;
             }
             const unsigned char* run = s;
+            if (end - s >= 64 && room - d >= 32 * 9) {
+                // Each piece before a reference is moved with one 32-byte load and store
+                // (the text holds 64 bytes from `s`, and every reference and piece fits
+                // in the room), the reference with one 8-byte move from the table.
+                while (escape != 0) {
+                    const unsigned char* p = s + __builtin_ctz(escape);
+                    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d),
+                                        _mm256_loadu_si256(reinterpret_cast<const __m256i*>(run)));
+                    d += p - run;
+                    std::memcpy(d, kEscapes.text[*p], 8);
+                    d += kEscapes.length[*p];
+                    run = p + 1;
+                    escape &= escape - 1;
+                }
+                s += step;
+                _mm256_storeu_si256(reinterpret_cast<__m256i*>(d),
+                                    _mm256_loadu_si256(reinterpret_cast<const __m256i*>(run)));
+                d += s - run;
+                continue;
+            }
+            out.n_ = static_cast<int>(d - out.buf_);
             while (escape != 0) {
                 const unsigned char* p = s + __builtin_ctz(escape);
                 if (p > run)
@@ -520,7 +550,10 @@ struct XmlOutWide {
             }
             s += step;
             if (s > run) out.put(reinterpret_cast<const char*>(run), static_cast<size_t>(s - run));
+            d = out.buf_ + out.n_;
+            room = out.buf_ + out.cap_;
         }
+        out.n_ = static_cast<int>(d - out.buf_);
         return s;
     }
 };

@@ -39,8 +39,20 @@ public:
         return putChar(c);
     }
     XWriter* w(const char* s) {  // as is; null writes nothing
-        if (s == nullptr || *s == '\0') return this;
+        if (s == nullptr) return this;
+        // Names and markup are short: copied a byte at a time while they fit, without a
+        // call; a longer text is measured and copied in one piece.
+        char* d = block_ + blockLen_;
+        const int room = blockCap_ - blockLen_;
+        for (int i = 0; i < 16 && i < room; ++i) {
+            if (s[i] == '\0') {
+                blockLen_ += i;
+                return this;
+            }
+            d[i] = s[i];
+        }
         size_t n = std::strlen(s);
+        if (n == 0) return this;
         if (n <= static_cast<size_t>(blockCap_ - blockLen_)) {
             std::memcpy(block_ + blockLen_, s, n);
             blockLen_ += static_cast<int>(n);
@@ -50,6 +62,12 @@ public:
     }
     XWriter* nl() { return w('\n'); }
     XWriter* indent(int n) {  // n spaces
+        if (n > 0 && n <= 16 && blockCap_ - blockLen_ >= 16) {
+            // Sixteen spaces in one move; those past n are overwritten next.
+            std::memcpy(block_ + blockLen_, "                ", 16);
+            blockLen_ += n;
+            return this;
+        }
         if (n > 0 && n <= blockCap_ - blockLen_) {
             std::memset(block_ + blockLen_, ' ', static_cast<size_t>(n));
             blockLen_ += n;
