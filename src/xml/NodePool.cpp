@@ -1,5 +1,7 @@
 #include "xml/NodePool.h"
 
+#include "xml/ItemSlabs.h"
+
 #include <atomic>
 #include <cstdlib>
 #include <thread>
@@ -103,6 +105,7 @@ void nodeFree(void* p, size_t size) {
 }
 
 void releaseNodePool() {
+    releaseItemSlabs();
     for (size_t c = 0; c < kClasses; ++c) {
         SizeClass& sc = classes[c];
         sc.lock();

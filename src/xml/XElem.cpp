@@ -10,6 +10,7 @@
 
 #include <velmora/xml/XWriter.h>
 
+#include "xml/ItemSlabs.h"
 #include "xml/NodePool.h"
 #include "xml/XmlOut.h"
 
@@ -180,6 +181,7 @@ struct XElem::Item {
     XContent* node;
     Item* next;
 };
+static_assert(sizeof(XElem::Item) <= 16, "an item fits the room itemAlloc gives");
 
 XElem::XElem() : XElem("undefined") {}
 
@@ -562,7 +564,7 @@ void XElem::addContent(XContent* c) {
 
 void XElem::addContent(int i, XContent* c) {
     if (c == nullptr || c->getParent() != nullptr || i < 0 || i > contentCount_) return;
-    auto* item = static_cast<Item*>(xml::nodeAlloc(sizeof(Item)));
+    auto* item = static_cast<Item*>(xml::itemAlloc());
     if (item == nullptr) return;
     item->node = c;
     item->next = nullptr;
@@ -606,7 +608,7 @@ XContent* XElem::removeContent(int i) {
     (prev != nullptr ? prev->next : content_) = item->next;
     if (contentTail_ == item) contentTail_ = prev;
     XContent* node = item->node;
-    xml::nodeFree(item, sizeof(Item));
+    xml::itemFree(item);
     --contentCount_;
     return node;
 }
@@ -624,7 +626,7 @@ void XElem::clearContent() {
     while (item != nullptr) {
         Item* next = item->next;
         delete item->node;
-        xml::nodeFree(item, sizeof(Item));
+        xml::itemFree(item);
         item = next;
     }
     content_ = contentTail_ = nullptr;
@@ -826,12 +828,13 @@ void XElem::writeTo(xml::XmlOut& out, int indent) const {
         size_t written = 0;  // children
         for (Item* i = content_; i != nullptr; i = i->next, ++written) {
             // Children that take a while to write (long texts) leave time to bring in
-            // several siblings ahead; for small ones the next sibling's node is enough.
+            // several siblings ahead; for small ones the lines of the next sibling's node
+            // are enough (the list items lie together in their slab).
             if (written > 0 && out.count() - start >= kLongChild * written) {
                 warmAhead(i);
             } else if (i->next != nullptr) {
                 prefetch(i->next->next);
-                prefetch(i->next->node);
+                prefetchNode(i->next->node);
             }
             if (i->node->getType() == ELEMENT) {
                 static_cast<const XElem*>(i->node)->writeTo(out, indent + 1);

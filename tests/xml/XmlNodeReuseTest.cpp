@@ -68,3 +68,45 @@ TEST(XmlNodeReuse, TreesStayIntactWhileTheirMemoryIsReusedAcrossThreads) {
     ASSERT_NE(again, nullptr);
     EXPECT_EQ(written(again.get()), expected);
 }
+
+// Content list items live in shared slabs, each given back when its last item goes: lists
+// that grow and shrink in a scattered order across many slabs keep every child, and
+// trees built after most slabs went back are whole.
+TEST(XmlNodeReuse, ListsStayWholeWhileTheirItemsComeAndGo) {
+    const int kLists = 6;
+    const int kChildren = 5000;  // about seven slabs of items in all
+    std::vector<std::unique_ptr<XElem>> lists;
+    for (int l = 0; l < kLists; ++l) {
+        lists.emplace_back(new XElem("l"));
+        for (int c = 0; c < kChildren; ++c)
+            lists[l]->addContent(new XText(std::to_string(l * kChildren + c).c_str()));
+    }
+    // Every third child of every list goes, lists interleaved, then half of the lists.
+    for (int c = kChildren - 1; c >= 0; --c) {
+        for (int l = 0; l < kLists; ++l) {
+            if (c % 3 == 0) delete lists[l]->removeContent(c);
+        }
+    }
+    for (int l = 0; l < kLists; l += 2)
+        lists[l].reset();
+    // New children land in the freed items; the lists left must read in order.
+    for (int l = 1; l < kLists; l += 2) {
+        for (int c = 0; c < kChildren / 3; ++c)
+            lists[l]->addContent(new XText("n"));
+        std::string expected;
+        for (int c = 0; c < kChildren; ++c) {
+            if (c % 3 != 0) expected += std::to_string(l * kChildren + c) + "|";
+        }
+        for (int c = 0; c < kChildren / 3; ++c)
+            expected += "n|";
+        std::string actual;
+        for (int i = 0; i < lists[l]->getContentCount(); ++i)
+            actual += std::string(lists[l]->text(i)->string()) + "|";
+        EXPECT_EQ(actual, expected) << "list " << l;
+    }
+    lists.clear();
+    XParser::unload();
+    std::unique_ptr<XElem> again(parsed("<a><b>x</b><c/>y</a>"));
+    ASSERT_NE(again, nullptr);
+    EXPECT_EQ(written(again.get()), "<a>\n <b>x</b>\n <c/>\ny</a>\n");
+}
