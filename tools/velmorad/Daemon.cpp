@@ -76,6 +76,7 @@ Daemon::Daemon(const Settings& settings, velmora::Log* log, velmora::FilteredLog
       log_(log),
       levels_(levels),
       access_(settings.accessLogFile(), settings.logBackups, settings.logMaxBytes),
+      spin_(settings.pollSpinMicros),
       started_(std::time(nullptr)) {}
 
 Daemon::~Daemon() {
@@ -152,7 +153,9 @@ void Daemon::run() {
     Poller::Event events[256];
     Clock::time_point nextSweep = Clock::now();
     for (;;) {
-        int n = poller_->wait(events, 256, waiting_.empty() ? kSweepMs : 10);
+        const int spin = spin_.micros();
+        int n = spin > 0 ? lookBriefly(events, 256, spin) : 0;
+        if (n == 0) n = poller_->wait(events, 256, waiting_.empty() ? kSweepMs : 10);
         for (int i = 0; i < n; ++i) {
             if (events[i].tag == nullptr) {
                 if (!stopBegun_) acceptAll();
@@ -166,6 +169,7 @@ void Daemon::run() {
         if (stopping_.load() && !stopBegun_) beginStop();
         if (now >= nextSweep) {
             sweep(now);
+            spin_.sample();
             nextSweep = now + std::chrono::milliseconds(kSweepMs);
         }
         // Closed connections are deleted here, after every event that could name them;
@@ -215,6 +219,16 @@ void Daemon::run() {
     closed_.clear();
     waiting_.clear();
     access_.flush();
+}
+
+// Looks for events without sleeping for up to `micros` (see LoopSpin); 0 when none came.
+int Daemon::lookBriefly(Poller::Event* events, int max, int micros) {
+    const Clock::time_point until = Clock::now() + std::chrono::microseconds(micros);
+    int n = 0;
+    do {
+        n = poller_->wait(events, max, 0);
+    } while (n == 0 && Clock::now() < until);
+    return n;
 }
 
 void Daemon::beginStop() {

@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "AccessLog.h"
+#include "LoopSpin.h"
 #include "Poller.h"
 #include "Settings.h"
 #include "WorkerPool.h"
@@ -83,6 +84,7 @@ private:
     void close(Connection* c);
     void destroy(Connection* c);
     void sweep(Clock::time_point now);
+    int lookBriefly(Poller::Event* events, int max, int micros);
     void beginStop();
     void logRequest(Connection* c, int status, long bytes);
 
@@ -93,6 +95,7 @@ private:
     std::unique_ptr<velmora::ServerSocket> server_;
     std::unique_ptr<Poller> poller_;
     std::unique_ptr<WorkerPool> workers_;
+    LoopSpin spin_;
     uint64_t listenHandle_ = ~static_cast<uint64_t>(0);
     int port_ = -1;
     std::time_t started_;

@@ -56,6 +56,10 @@ int receiveSome(uint64_t handle, char* buffer, int size);
 // > 0: bytes sent; kWouldBlock; -1: the connection failed.
 int sendSome(uint64_t handle, const char* data, int size);
 void closeHandle(uint64_t handle);
+// The time the machine's cores spent idle and in all since it started, summed over the
+// cores, in a unit of the system's own (only differences and ratios mean anything); false
+// where the system does not tell.
+bool processorTimes(uint64_t* idle, uint64_t* total);
 // Raises the process's limit of open descriptors towards `wanted` where the system allows;
 // the limit in effect afterwards.
 long raiseDescriptorLimit(long wanted);

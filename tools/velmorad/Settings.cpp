@@ -32,6 +32,9 @@ const char kDefaultSettings[] =
     "maxConnections=10000\n"
     "# milliseconds a stop lets requests in flight finish before it closes them\n"
     "stopGraceMs=5000\n"
+    "# microseconds the event loop looks for requests before it sleeps, while the\n"
+    "# machine's cores are a quarter idle or more (0: it sleeps at once)\n"
+    "pollSpinMicros=200\n"
     "# header lines and bytes of one request head; beyond, the answer is 431\n"
     "maxHeaderLines=100\n"
     "maxHeadBytes=16384\n"
@@ -98,6 +101,7 @@ const std::vector<Key>& keys() {
         intKey("requestDeadlineMs", &Settings::requestDeadlineMs, 100, 3600000),
         intKey("keepAliveRequests", &Settings::keepAliveRequests, 1, 1000000),
         intKey("stopGraceMs", &Settings::stopGraceMs, 0, 600000),
+        intKey("pollSpinMicros", &Settings::pollSpinMicros, 0, 10000),
         intKey("maxHeaderLines", &Settings::maxHeaderLines, 1, 10000),
         intKey("maxHeadBytes", &Settings::maxHeadBytes, 256, 1048576),
         intKey("logBackups", &Settings::logBackups, 0, 1000, true),

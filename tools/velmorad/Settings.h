@@ -23,6 +23,7 @@ struct Settings {
     int requestDeadlineMs = 30000;  // the most one request's head may take to arrive
     int keepAliveRequests = 100;    // requests on one connection
     int stopGraceMs = 5000;         // how long a stop waits for requests in flight
+    int pollSpinMicros = 200;       // the loop looks for events this long before it sleeps
     int maxHeaderLines = 100;
     int maxHeadBytes = 16384;
     int logBackups = 5;

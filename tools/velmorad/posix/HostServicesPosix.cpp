@@ -1,5 +1,6 @@
 #include "HostServices.h"
 
+#include <cstdlib>
 #include <cstring>
 
 #include <arpa/inet.h>
@@ -156,6 +157,32 @@ long raiseDescriptorLimit(long wanted) {
         getrlimit(RLIMIT_NOFILE, &limit);
     }
     return limit.rlim_cur == RLIM_INFINITY ? wanted : static_cast<long>(limit.rlim_cur);
+}
+
+// The first line of /proc/stat: "cpu  user nice system idle iowait irq softirq steal ..."
+// in clock ticks; idle and iowait count as idle.
+bool processorTimes(uint64_t* idle, uint64_t* total) {
+    int fd = open("/proc/stat", O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return false;
+    char line[512];
+    ssize_t got = read(fd, line, sizeof line - 1);
+    close(fd);
+    if (got < 5 || std::strncmp(line, "cpu ", 4) != 0) return false;
+    line[got] = '\0';
+    uint64_t sum = 0, quiet = 0;
+    const char* at = line + 4;
+    for (int field = 0; field < 8; ++field) {
+        char* end = nullptr;
+        unsigned long long v = std::strtoull(at, &end, 10);
+        if (end == at) break;
+        sum += v;
+        if (field == 3 || field == 4) quiet += v;
+        at = end;
+    }
+    if (sum == 0) return false;
+    *idle = quiet;
+    *total = sum;
+    return true;
 }
 
 void setNoDelay(uint64_t handle) {

@@ -140,6 +140,18 @@ long raiseDescriptorLimit(long wanted) {
     return wanted;
 }
 
+// GetSystemTimes' kernel time includes the idle time.
+bool processorTimes(uint64_t* idle, uint64_t* total) {
+    FILETIME quiet, kernel, user;
+    if (!GetSystemTimes(&quiet, &kernel, &user)) return false;
+    auto value = [](const FILETIME& t) {
+        return (static_cast<uint64_t>(t.dwHighDateTime) << 32) | t.dwLowDateTime;
+    };
+    *idle = value(quiet);
+    *total = value(kernel) + value(user);
+    return *total != 0;
+}
+
 void setNoDelay(uint64_t handle) {
     BOOL on = TRUE;
     setsockopt(static_cast<SOCKET>(handle), IPPROTO_TCP, TCP_NODELAY,
