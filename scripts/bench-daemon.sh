@@ -2,8 +2,9 @@
 # Benchmark (not a test): wrk against velmorad's GET /status and against nginx serving a
 # reply of the same size, once with one worker and once with `worker_processes auto`, in
 # the same run: keep-alive and Connection: close at 16 and 256 connections, and keep-alive
-# at 16 connections while 10 000 idle connections are held open, and keep-alive at 64
-# connections paced to the same load for every server. Prints requests per
+# at 16 connections while 10 000 idle connections are held open, keep-alive at 64
+# connections paced to the same load for every server, and keep-alive at 16 connections
+# from one client thread. Prints requests per
 # second, p50/p99 latency, answers other than 2xx, the server's RSS after the run and its
 # CPU time per 10 000 requests, and the ratio to nginx with one worker; then a slowloris
 # check: /status latency for an ordinary client while 5000 connections send a head that
@@ -115,7 +116,7 @@ run() {  # server port connections [wrk arguments]; prints "rps p50 p99 non2xx r
     pids=$(pids_of "$server")
     # shellcheck disable=SC2086
     before=$(cpu_ticks $pids)
-    wrk -t2 -c"$connections" -d"${seconds}s" --latency "$@" "http://127.0.0.1:$p/status" \
+    wrk -t"$threads" -c"$connections" -d"${seconds}s" --latency "$@" "http://127.0.0.1:$p/status" \
         >"$work/wrk.out"
     # shellcheck disable=SC2086
     after=$(cpu_ticks $pids)
@@ -139,12 +140,18 @@ printf '%-20s %-9s %10s %8s %8s %6s %7s %9s %7s\n' mode server rps p50ms p99ms n
 # servers that answer faster leave wrk more of the two cores, the machine runs full and
 # the waits for a core make the tail.
 echo 'function delay() return 1 end' >"$work/paced.lua"
-for mode in keep-alive-16 close-16 keep-alive-256 close-256 idle-10000 paced-64; do
+# one-client-16 is keep-alive at full speed from a single wrk thread: the client and the
+# server then have a core each. With two wrk threads and the server on two cores, a server
+# that answers faster than wrk reads leaves wrk's threads sharing one core with work always
+# waiting, and p99 becomes wrk's own wait for that core (4 ms, whichever server is faster).
+for mode in keep-alive-16 close-16 keep-alive-256 close-256 idle-10000 paced-64 one-client-16; do
     extra=()
+    threads=2
     connections=${mode##*-}
     case $mode in
         close-*) extra=(-H "Connection: close") ;;
         paced-*) extra=(-s "$work/paced.lua") ;;
+        one-client-*) threads=1 ;;
     esac
     [ "$mode" = idle-10000 ] && connections=16
     base=""
@@ -177,7 +184,7 @@ done
 echo "targets: ratio >= 1.0 (aim 1.2) with keep-alive and close, p99 not above nginx-1's," \
     "RSS under 64 MB with 10 000 idle connections; paced-64 offers every server the same load" \
     "(its ratio is 1.00 when each takes it all), so its p99 compares latency without the" \
-    "machine running full"
+    "machine running full, and one-client-16 compares it at full speed with a core for each side"
 
 echo "slowloris: 5000 connections sending a head that never ends; /status for another client:"
 python3 scripts/hold-connections.py "$port" 5000 slow --probe 15 | tail -n1

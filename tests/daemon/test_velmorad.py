@@ -388,6 +388,26 @@ class EngineTest(unittest.TestCase):
         finally:
             self.assertEqual(d.stop(), 0 if not LAUNCHER else d.proc.returncode)
 
+    def test_an_idle_loop_sleeps(self):
+        # The loop looks for events a little before it sleeps while the machine has idle
+        # cores; once the requests stop it must go to sleep, not keep looking.
+        if LAUNCHER:
+            self.skipTest("the process times of a Windows program are not in /proc")
+        d = self.shared()
+        for _ in range(50):
+            self.assertEqual(d.get("/status")[0].status, 200)
+        time.sleep(0.3)
+
+        def cpu_ticks():
+            with open("/proc/%d/stat" % d.proc.pid) as f:
+                fields = f.read().rsplit(")", 1)[1].split()
+            return int(fields[11]) + int(fields[12])
+
+        before = cpu_ticks()
+        time.sleep(2.0)
+        used = (cpu_ticks() - before) / os.sysconf("SC_CLK_TCK")
+        self.assertLess(used, 0.2, "processor seconds used in 2 s without requests")
+
     def test_heads_beyond_the_limits_get_431_and_the_log_cannot_be_forged(self):
         d = Daemon()
         try:
