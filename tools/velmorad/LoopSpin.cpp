@@ -11,8 +11,8 @@ void LoopSpin::sample() {
         return;
     }
     // Counters that went backwards (or a first sample) decide nothing yet.
-    spinning_ = total_ != 0 && total > total_ && idle >= idle_ &&
-                (idle - idle_) * 4 >= total - total_;
+    spinning_ =
+        total_ != 0 && total > total_ && idle >= idle_ && (idle - idle_) * 4 >= total - total_;
     idle_ = idle;
     total_ = total;
 }
