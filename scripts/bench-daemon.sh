@@ -42,8 +42,9 @@ cleanup() {
 }
 trap cleanup EXIT
 mkdir -p "$work/home/lib" "$work/www" "$work/logs"
-# Room for the idle connections beside wrk's.
-echo "maxConnections=11000" >"$work/home/lib/velmorad.properties"
+# Room for the idle connections beside wrk's, and kept-alive ones kept as long as nginx keeps
+# them (75 s), not cut after the daemon's usual 10 s of silence while the row runs.
+printf 'maxConnections=11000\nreadTimeoutMs=75000\n' >"$work/home/lib/velmorad.properties"
 # In a session of its own, as nginx puts itself and systemd puts a service: the scheduler
 # then shares the cores between wrk and the server as whole groups. Started from this
 # script's session, the daemon would share one group with wrk's threads, which take the

@@ -6,10 +6,13 @@ another client meanwhile.
 
     hold-connections.py PORT COUNT idle|slow [--probe SECONDS]
 
-Prints "opened N" once all are open (then holds them until killed or, with --probe, for
-the given seconds) and with --probe the latency figures of the other client in ms:
+An idle connection has made one request and read its answer, as a browser's kept-alive
+connection between pages (a server may leave one that never sent a byte in the system's
+queue, out of its own count). Prints "opened N" once all are open (then holds them until
+killed or, with --probe, for the given seconds) and with --probe the latency figures of the other client in ms:
 "probe n=.. p50=.. p99=.. max=.. failed=..".
 """
+import re
 import resource
 import socket
 import sys
@@ -21,6 +24,29 @@ soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
 if soft < count + 100:
     resource.setrlimit(resource.RLIMIT_NOFILE, (min(hard, count + 100), hard))
 
+
+def answered(s):
+    """One request on the connection, its answer read whole (it stays open)."""
+    try:
+        s.sendall(b"GET /status HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n")
+        got = b""
+        while b"\r\n\r\n" not in got:
+            chunk = s.recv(65536)
+            if not chunk:
+                return False
+            got += chunk
+        head, body = got.split(b"\r\n\r\n", 1)
+        length = int(re.search(rb"(?i)content-length: *(\d+)", head).group(1))
+        while len(body) < length:
+            chunk = s.recv(65536)
+            if not chunk:
+                return False
+            body += chunk
+        return head.startswith(b"HTTP/1.1 200")
+    except (OSError, AttributeError):
+        return False
+
+
 held = []
 for i in range(count):
     s = socket.socket()
@@ -31,9 +57,12 @@ for i in range(count):
     except OSError:
         s.close()
         continue
-    s.setblocking(False)
     if kind == "slow":
         s.send(b"GET /status HTTP/1.1\r\nHost: 127.0.0.1\r\n")
+    elif not answered(s):
+        s.close()
+        continue
+    s.setblocking(False)
     held.append(s)
 print("opened %d" % len(held), flush=True)
 

@@ -111,6 +111,8 @@ bool Daemon::listen() {
     listenHandle_ = server_->getSocketHandle();
     port_ = localPort(listenHandle_);
     setNonBlocking(listenHandle_);
+    // A client silent for a second is handed over all the same, to the head deadline.
+    dataFirst_ = acceptWhenData(listenHandle_, 1);
     return poller_->add(listenHandle_, Poller::kRead, nullptr);
 }
 
@@ -251,7 +253,14 @@ void Daemon::acceptAll() {
         connections_.push_back(c);
         if (open_.load() < settings_.maxConnections) {
             ++open_;
-            watch(c, Poller::kRead);
+            if (dataFirst_) {
+                // Its request is most likely here already: read it now, and watch the
+                // connection only if it stays open (for more of the head, or the next one).
+                receive(c);
+                if (c->handle != kNoHandle && c->interest < 0) watch(c, Poller::kRead);
+            } else {
+                watch(c, Poller::kRead);
+            }
         } else {
             c->counted = false;
             waiting_.push_back(c);

@@ -101,6 +101,7 @@ private:
     std::time_t started_;
     std::atomic<bool> stopping_{false};
     bool stopBegun_ = false;
+    bool dataFirst_ = false;  // the listener hands over connections with their first bytes
     Clock::time_point stopDeadline_;
     std::atomic<int> open_{0};
     std::atomic<long> served_{0};

@@ -48,6 +48,11 @@ const uint64_t kNoHandle = ~static_cast<uint64_t>(0);
 // Receive or send would have to wait.
 const int kWouldBlock = -2;
 bool setNonBlocking(uint64_t handle);
+// Has the listener hand over a connection only once its first bytes arrived, or once the
+// client stayed silent for about `seconds`: the accept then finds the request waiting, and
+// the connection costs no wake-up of its own before it. False where the system cannot
+// (then connections come as soon as they are made).
+bool acceptWhenData(uint64_t listener, int seconds);
 // A connection waiting on the listener, made non-blocking and without Nagle delay, with
 // the peer's numeric address in `peer`; kNoHandle when none waits (or the accept failed).
 uint64_t acceptNow(uint64_t listener, char* peer, int size);

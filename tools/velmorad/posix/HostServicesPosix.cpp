@@ -105,6 +105,17 @@ bool setNonBlocking(uint64_t handle) {
     return flags >= 0 && fcntl(fd, F_SETFL, flags | O_NONBLOCK) == 0;
 }
 
+bool acceptWhenData(uint64_t listener, int seconds) {
+#ifdef TCP_DEFER_ACCEPT
+    return setsockopt(static_cast<int>(listener), IPPROTO_TCP, TCP_DEFER_ACCEPT, &seconds,
+                      sizeof seconds) == 0;
+#else
+    (void)listener;
+    (void)seconds;
+    return false;
+#endif
+}
+
 uint64_t acceptNow(uint64_t listener, char* peer, int size) {
     sockaddr_storage address = {};
     socklen_t length = sizeof address;

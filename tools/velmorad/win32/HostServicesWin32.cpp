@@ -100,6 +100,11 @@ bool setNonBlocking(uint64_t handle) {
     return ioctlsocket(static_cast<SOCKET>(handle), FIONBIO, &on) == 0;
 }
 
+// Winsock's conditional accept decides on the handshake, not on the first bytes.
+bool acceptWhenData(uint64_t, int) {
+    return false;
+}
+
 uint64_t acceptNow(uint64_t listener, char* peer, int size) {
     sockaddr_storage address = {};
     int length = sizeof address;
