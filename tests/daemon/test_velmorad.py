@@ -243,6 +243,12 @@ class VelmoradTest(unittest.TestCase):
             r.read()
             self.assertEqual(r.status, 200)
             self.assertIs(c.sock, first, "the connection was reused")
+        # Silent for a while, the connection gave its buffers back; it serves on.
+        time.sleep(0.9)
+        c.request("GET", "/status")
+        r = c.getresponse()
+        self.assertEqual((r.status, c.sock), (200, first))
+        self.assertIn(b"<status", r.read())
         c.close()
         c10 = http.client.HTTPConnection("127.0.0.1", self.d.port, timeout=10)
         c10._http_vsn, c10._http_vsn_str = 10, "HTTP/1.0"

@@ -18,6 +18,13 @@ Connection::Connection(Daemon* d, uint64_t h, const char* p) : daemon(d), handle
     requestStart = lastInput = lastOutput = Clock::now();
 }
 
+void Connection::shed() {
+    output.reset();
+    std::string().swap(out);
+    std::string().swap(in);
+    sent = 0;
+}
+
 bool Connection::take(const char* data, int count) {
     if (!onWorker) {
         out.append(data, static_cast<size_t>(count));

@@ -41,6 +41,10 @@ struct Connection {
     // worker's. False when the connection was cut or the client did not read for too long.
     bool take(const char* data, int count);
     size_t unsent() const { return out.size() - sent; }
+    // Gives back the memory that only a request in progress needs (the reply output and
+    // its buffer, the send and receive buffers); the next request makes it again. For a
+    // connection waiting for its next request, nothing received or unsent.
+    void shed();
 
     Daemon* daemon;
     uint64_t handle;

@@ -24,6 +24,8 @@ const int kLingerMs = 2000;
 // A client that takes none of its answer for this long is dropped (the library's socket
 // output waits as long).
 const std::chrono::seconds kWriteStall(100);
+// A kept-alive connection silent this long gives its buffers back until its next request.
+const std::chrono::milliseconds kIdleShed(500);
 // A request line longer than this cannot be parsed (method, target and version at their
 // longest): once this much arrived without a line end the head is refused without waiting.
 const size_t kRequestLineRoom = 2200;
@@ -691,7 +693,11 @@ void Daemon::sweep(Clock::time_point now) {
         switch (c->state) {
             case Connection::kHead:
                 if (!c->received) {
-                    if (now - c->lastInput >= silence) close(c);
+                    if (now - c->lastInput >= silence) {
+                        close(c);
+                    } else if (now - c->lastInput >= kIdleShed) {
+                        c->shed();
+                    }
                 } else if (now - c->requestStart >= headTime || now - c->lastInput >= silence) {
                     answerRefused(c, 400, "malformed, incomplete or over-long request head");
                 }
