@@ -10,10 +10,15 @@
 # check: /status latency for an ordinary client while 5000 connections send a head that
 # never ends. The machine's core count and load average come first: on a shared machine
 # the figures move with the load, so read them with it.
-#   scripts/bench-daemon.sh [seconds per run, default 8]
+# Each row runs `rounds` times, the servers in turn and every other round in reverse
+# order: two runs of one server in a row differ by up to 10 % here, and the machine's
+# figures drift; the ratio is of the rounds' mean rates, each round's own beside it.
+#   scripts/bench-daemon.sh [seconds per run, default 8] [rounds, default 2]
+#   MODES="close-256 paced-64" scripts/bench-daemon.sh ...   only these rows
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds="${1:-8}"
+rounds="${2:-2}"
 need=()
 for p in wrk nginx-light; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || need+=("$p")
@@ -133,9 +138,10 @@ run() {  # server port connections [wrk arguments]; prints "rps p50 p99 non2xx r
     echo "$rps $p50 $p99 ${bad:-0} $(rss_mb $pids) $cpu"
 }
 
-echo "cores: $(nproc)  load average: $(cut -d' ' -f1-3 /proc/loadavg)  seconds per run: $seconds"
-printf '%-20s %-9s %10s %8s %8s %6s %7s %9s %7s\n' mode server rps p50ms p99ms non2xx rssMB \
-    cpuMs/10k ratio
+echo "cores: $(nproc)  load average: $(cut -d' ' -f1-3 /proc/loadavg)  seconds per run:" \
+    "$seconds  rounds: $rounds"
+printf '%-20s %-10s %10s %8s %8s %6s %7s %9s\n' mode server rps p50ms p99ms non2xx rssMB \
+    cpuMs/10k
 # wrk pauses 1 ms between a connection's requests, so that every server is offered the same
 # load, below what any of them can take: p99 compared at equal load. At full speed the
 # servers that answer faster leave wrk more of the two cores, the machine runs full and
@@ -145,7 +151,7 @@ echo 'function delay() return 1 end' >"$work/paced.lua"
 # server then have a core each. With two wrk threads and the server on two cores, a server
 # that answers faster than wrk reads leaves wrk's threads sharing one core with work always
 # waiting, and p99 becomes wrk's own wait for that core (4 ms, whichever server is faster).
-for mode in keep-alive-16 close-16 keep-alive-256 close-256 idle-10000 paced-64 one-client-16; do
+for mode in ${MODES:-keep-alive-16 close-16 keep-alive-256 close-256 idle-10000 paced-64 one-client-16}; do
     extra=()
     threads=2
     connections=${mode##*-}
@@ -155,32 +161,38 @@ for mode in keep-alive-16 close-16 keep-alive-256 close-256 idle-10000 paced-64 
         one-client-*) threads=1 ;;
     esac
     [ "$mode" = idle-10000 ] && connections=16
-    base=""
-    for server in velmorad one auto; do
-        case $server in velmorad) p=$port ;; one) p=$one_port ;; auto) p=$auto_port ;; esac
-        if [ "$mode" = idle-10000 ]; then
-            python3 scripts/hold-connections.py "$p" 10000 idle >"$work/holder.out" &
-            holder=$!
-            for _ in $(seq 600); do grep -q opened "$work/holder.out" 2>/dev/null && break; sleep 0.1; done
-        fi
-        read -r rps p50 p99 bad rss cpu < <(run "$server" "$p" "$connections" "${extra[@]}")
-        if [ -n "$holder" ]; then
-            kill "$holder" 2>/dev/null || true
-            wait "$holder" 2>/dev/null || true
-            holder=""
-            sleep 1
-        fi
-        [ "$server" = one ] && base=$rps
-        label=$server
-        [ "$server" = one ] && label="nginx-1"
-        [ "$server" = auto ] && label="nginx-auto"
-        echo "$mode $label $rps $p50 $p99 $bad $rss $cpu" >>"$work/rows"
-        printf '%-20s %-9s %10s %8s %8s %6s %7s %9s\n' "$mode" "$label" "$rps" "$p50" "$p99" \
-            "$bad" "$rss" "$cpu"
+    for round in $(seq "$rounds"); do
+        order="velmorad one auto"
+        [ $((round % 2)) -eq 0 ] && order="auto one velmorad"
+        for server in $order; do
+            case $server in velmorad) p=$port ;; one) p=$one_port ;; auto) p=$auto_port ;; esac
+            if [ "$mode" = idle-10000 ]; then
+                python3 scripts/hold-connections.py "$p" 10000 idle >"$work/holder.out" &
+                holder=$!
+                for _ in $(seq 600); do grep -q opened "$work/holder.out" 2>/dev/null && break; sleep 0.1; done
+            fi
+            read -r rps p50 p99 bad rss cpu < <(run "$server" "$p" "$connections" "${extra[@]}")
+            if [ -n "$holder" ]; then
+                kill "$holder" 2>/dev/null || true
+                wait "$holder" 2>/dev/null || true
+                holder=""
+                sleep 1
+            fi
+            label=$server
+            [ "$server" = one ] && label="nginx-1"
+            [ "$server" = auto ] && label="nginx-auto"
+            echo "$mode $label $rps $p50 $p99 $bad $rss $cpu $round" >>"$work/rows"
+            printf '%-20s %-10s %10s %8s %8s %6s %7s %9s\n' "$mode" "$label" "$rps" "$p50" "$p99" \
+                "$bad" "$rss" "$cpu"
+        done
     done
-    v=$(awk -v m="$mode" '$1 == m && $2 == "velmorad" {print $3}' "$work/rows")
-    awk -v a="$v" -v b="$base" -v m="$mode" \
-        'BEGIN { printf "%-20s velmorad / nginx-1 = %.2f\n", m, a / b }'
+    awk -v m="$mode" '$1 == m && $2 == "velmorad" { v[$9] = $3; vs += $3 }
+        $1 == m && $2 == "nginx-1" { n[$9] = $3; ns += $3 }
+        END {
+            each = ""
+            for (r = 1; r in v; r++) each = each sprintf(" %.2f", v[r] / n[r])
+            printf "%-20s velmorad / nginx-1 = %.2f (rounds:%s)\n", m, vs / ns, each
+        }' "$work/rows"
 done
 echo "targets: ratio >= 1.0 (aim 1.2) with keep-alive and close, p99 not above nginx-1's," \
     "RSS under 64 MB with 10 000 idle connections; paced-64 offers every server the same load" \
