@@ -116,14 +116,29 @@ to_ms() {  # wrk's latency text (850.00us, 1.20ms, 2.01s) in milliseconds
         if (t ~ /us$/) v /= 1000; else if (t ~ /ms$/) v = v; else if (t ~ /s$/) v *= 1000
         printf "%.2f", v }'
 }
-run() {  # server port connections [wrk arguments]; prints "rps p50 p99 non2xx rss cpu10k"
+queue_wait() {  # nanoseconds the process's threads have waited for a core, summed
+    cat /proc/"$1"/task/*/schedstat 2>/dev/null | awk '{ t += $2 } END { printf "%.0f", t }'
+}
+run() {  # server port connections [wrk arguments]; prints "rps p50 p99 non2xx rss cpu10k wait"
     local server=$1 p=$2 connections=$3; shift 3
-    local pids before after rps p50 p99 bad requests
+    local pids before after rps p50 p99 bad requests client waited=- w1 w2
     pids=$(pids_of "$server")
     # shellcheck disable=SC2086
     before=$(cpu_ticks $pids)
     wrk -t"$threads" -c"$connections" -d"${seconds}s" --latency "$@" "http://127.0.0.1:$p/status" \
-        >"$work/wrk.out"
+        >"$work/wrk.out" &
+    client=$!
+    # The share of wrk's time its threads were ready but waited for a core, over the run
+    # less its first and last second: wrk's latency includes these waits.
+    if [ "$seconds" -ge 3 ]; then
+        sleep 1
+        w1=$(queue_wait "$client")
+        sleep $((seconds - 2))
+        w2=$(queue_wait "$client")
+        waited=$(awk -v w=$((w2 - w1)) -v s=$((seconds - 2)) -v t="$threads" \
+            'BEGIN { printf "%.0f", w / (s * 1e9 * t) * 100 }')
+    fi
+    wait "$client"
     # shellcheck disable=SC2086
     after=$(cpu_ticks $pids)
     rps=$(awk '/Requests\/sec/ {print $2}' "$work/wrk.out")
@@ -135,13 +150,13 @@ run() {  # server port connections [wrk arguments]; prints "rps p50 p99 non2xx r
     cpu=$(awk -v t=$((after - before)) -v hz="$(getconf CLK_TCK)" -v n="$requests" \
         'BEGIN { if (n > 0) printf "%.0f", t * 1000 / hz * 10000 / n; else print "-" }')
     # shellcheck disable=SC2086
-    echo "$rps $p50 $p99 ${bad:-0} $(rss_mb $pids) $cpu"
+    echo "$rps $p50 $p99 ${bad:-0} $(rss_mb $pids) $cpu $waited"
 }
 
 echo "cores: $(nproc)  load average: $(cut -d' ' -f1-3 /proc/loadavg)  seconds per run:" \
     "$seconds  rounds: $rounds"
-printf '%-20s %-10s %10s %8s %8s %6s %7s %9s\n' mode server rps p50ms p99ms non2xx rssMB \
-    cpuMs/10k
+printf '%-20s %-10s %10s %8s %8s %6s %7s %9s %8s\n' mode server rps p50ms p99ms non2xx rssMB \
+    cpuMs/10k wrkWait%
 # wrk pauses 1 ms between a connection's requests, so that every server is offered the same
 # load, below what any of them can take: p99 compared at equal load. At full speed the
 # servers that answer faster leave wrk more of the two cores, the machine runs full and
@@ -171,7 +186,7 @@ for mode in ${MODES:-keep-alive-16 close-16 keep-alive-256 close-256 idle-10000 
                 holder=$!
                 for _ in $(seq 600); do grep -q opened "$work/holder.out" 2>/dev/null && break; sleep 0.1; done
             fi
-            read -r rps p50 p99 bad rss cpu < <(run "$server" "$p" "$connections" "${extra[@]}")
+            read -r rps p50 p99 bad rss cpu waited < <(run "$server" "$p" "$connections" "${extra[@]}")
             if [ -n "$holder" ]; then
                 kill "$holder" 2>/dev/null || true
                 wait "$holder" 2>/dev/null || true
@@ -182,8 +197,8 @@ for mode in ${MODES:-keep-alive-16 close-16 keep-alive-256 close-256 idle-10000 
             [ "$server" = one ] && label="nginx-1"
             [ "$server" = auto ] && label="nginx-auto"
             echo "$mode $label $rps $p50 $p99 $bad $rss $cpu $round" >>"$work/rows"
-            printf '%-20s %-10s %10s %8s %8s %6s %7s %9s\n' "$mode" "$label" "$rps" "$p50" "$p99" \
-                "$bad" "$rss" "$cpu"
+            printf '%-20s %-10s %10s %8s %8s %6s %7s %9s %8s\n' "$mode" "$label" "$rps" "$p50" \
+                "$p99" "$bad" "$rss" "$cpu" "$waited"
         done
     done
     awk -v m="$mode" '$1 == m && $2 == "velmorad" { v[$9] = $3; vs += $3 }
