@@ -9,8 +9,8 @@ another client meanwhile.
 An idle connection has made one request and read its answer, as a browser's kept-alive
 connection between pages (a server may leave one that never sent a byte in the system's
 queue, out of its own count). Prints "opened N" once all are open (then holds them until
-killed or, with --probe, for the given seconds) and with --probe the latency figures of the other client in ms:
-"probe n=.. p50=.. p99=.. max=.. failed=..".
+killed or, with --probe, for the given seconds) and with --probe the latency figures of the
+other client in ms: "probe n=.. p50=.. p99=.. max=.. failed=..".
 """
 import re
 import resource
